@@ -1,0 +1,83 @@
+// vtcore subcommands and tour steps of the diagnostics layer.
+
+#include "command.h"
+
+#include <vtcore/vtcore.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace {
+
+using namespace vtcore::cli;
+
+int runLog(Args args) {
+  if (args.size() < 2)
+    return usage("log");
+  char* end = nullptr;
+  long level = std::strtol(args[0].c_str(), &end, 10);
+  if (*end != '\0' || level < 0 || level > 7)
+    return fail("log", "LEVEL must be a number from 0 to 7");
+  std::string message;
+  for (std::size_t i = 1; i < args.size(); ++i)
+    message += (i > 1 ? " " : "") + args[i];
+  // The text is an argument, never a format.
+  KWLogCString(static_cast<int>(level), KWLogWithSyslogBanner() != 0, "vtcore", "%s",
+               message.c_str());
+  return 0;
+}
+
+Register logCommand{{"log", "LEVEL MESSAGE...",
+                     "log a message at a syslog level (0-7) to the journal and stderr", runLog}};
+
+void tourLog() {
+  std::cout << "A logged line, with its banner (date, time, process[pid:thread] tag):\n"
+            << std::flush;
+  KWLogCString(6, true, "tour", "the logger writes to the journal and to standard error");
+  std::cout << "KWLog with a host-string format and the object placeholder %@:\n" << std::flush;
+  KWLog(6, true, "tour", icu::UnicodeString::fromUTF8("%@ has %d channels at %.1f kHz"),
+        icu::UnicodeString::fromUTF8("Surround 5.1"), 6, 48.0);
+}
+
+void tourAssertion() {
+  std::cout << "A failing assertion; no alert presenter is installed, so the default\n"
+               "answer (\"Resume\") is taken and the program goes on:\n"
+            << std::flush;
+  static int counter = 2;
+  bool goOn = bbAssert(1 + 1 == 3, "1 + 1 == 3", "42", "tour.cpp", kAssertTypeDefault, &counter);
+  std::cout << "bbAssert returned " << (goOn ? "true (go on)" : "false (debugger)")
+            << "; site counter now " << counter << "; dbgAssertionFailed() = "
+            << dbgAssertionFailed() << "\n";
+}
+
+void tourTrace() {
+  std::cout << "Indented trace output:\n";
+  bbTraceIndentBegin("tour", "", 2);
+  IndentToCout();
+  std::cout << "level 1 (2 blanks)\n";
+  bbTraceIndentBegin("tour", "", 4);
+  IndentToCout();
+  std::cout << "level 2 (6 blanks)\n";
+  bbTraceIndentEnd();
+  IndentToCout();
+  std::cout << "back to level 1\n";
+  bbTraceIndentEnd();
+}
+
+void tourMem() {
+  Mem_InitModule();
+  void* a = Mem_malloc(64);
+  char* b = Mem_strdup("guarded");
+  std::cout << "Guarded allocation: two blocks live -> count " << Mem_LiveBlockCount();
+  Mem_free(a);
+  Mem_free(b);
+  std::cout << ", after freeing both -> " << Mem_LiveBlockCount() << "\n";
+}
+
+TourStep logStep{10, "Logging", tourLog};
+TourStep assertStep{11, "Assertions", tourAssertion};
+TourStep traceStep{12, "Trace output", tourTrace};
+TourStep memStep{13, "Guarded allocation", tourMem};
+
+} // namespace

@@ -1,0 +1,59 @@
+// Where the logger's structured records go. The default sink writes to the
+// systemd journal when its socket exists and to syslog(3) otherwise; tests
+// and applications may install their own.
+#pragma once
+
+#include <vtcore/export.h>
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vtcore {
+
+/// One structured log record: the sender's identity and the key/value
+/// attributes with the keys as the logger names them ("QXLog Local Time",
+/// "QXLog Thread", "ReadUID", "Level", "Message"), in that order.
+struct LogRecord {
+  std::string identity;
+  int level = 0;
+  std::vector<std::pair<std::string, std::string>> fields;
+
+  /// The value of `key`, or an empty text when the record has no such key.
+  std::string field(const std::string& key) const;
+};
+
+class VTCORE_EXPORT LogSink {
+public:
+  virtual ~LogSink();
+  /// Delivers one record. Called on the logging thread, possibly from
+  /// several threads at once.
+  virtual void send(const LogRecord& record) = 0;
+};
+
+/// Installs `sink` (not owned; it must outlive its use) and returns the one
+/// it replaces. Null restores the system sink.
+VTCORE_EXPORT LogSink* setLogSink(LogSink* sink);
+
+/// The system sink: journal fields are the keys in upper case with every
+/// other character than A-Z and 0-9 turned into '_' ("QXLog Local Time"
+/// becomes QXLOG_LOCAL_TIME), plus PRIORITY and SYSLOG_IDENTIFIER.
+VTCORE_EXPORT LogSink& systemLogSink();
+
+/// Maps a record key to its journal field name, as the system sink does.
+VTCORE_EXPORT std::string journalFieldName(const std::string& key);
+
+/// A sink that keeps every record in memory, for tests.
+class VTCORE_EXPORT MemoryLogSink : public LogSink {
+public:
+  void send(const LogRecord& record) override;
+  std::vector<LogRecord> records() const;
+  void clear();
+
+private:
+  mutable std::mutex mutex_;
+  std::vector<LogRecord> records_;
+};
+
+} // namespace vtcore
