@@ -47,8 +47,8 @@ void tourAssertion() {
   static int counter = 2;
   bool goOn = bbAssert(1 + 1 == 3, "1 + 1 == 3", "42", "tour.cpp", kAssertTypeDefault, &counter);
   std::cout << "bbAssert returned " << (goOn ? "true (go on)" : "false (debugger)")
-            << "; site counter now " << counter << "; dbgAssertionFailed() = "
-            << dbgAssertionFailed() << "\n";
+            << "; site counter now " << counter
+            << "; dbgAssertionFailed() = " << dbgAssertionFailed() << "\n";
 }
 
 void tourTrace() {

@@ -30,9 +30,15 @@ void IndentToCout() {
 std::ostream& TraceOutIndentBegin(std::ostream& stream, const char*, std::string, int) {
   return stream;
 }
-std::ostream& TraceOutIndentEnd(std::ostream& stream) { return stream; }
+std::ostream& TraceOutIndentEnd(std::ostream& stream) {
+  return stream;
+}
 std::ostream& TraceOutContainerBegin(std::ostream& stream, const char*, int, std::string, int) {
   return stream;
 }
-std::ostream& TraceOutContainerEndl(std::ostream& stream) { return stream; }
-std::ostream& TraceOutContainerEnd(std::ostream& stream) { return stream; }
+std::ostream& TraceOutContainerEndl(std::ostream& stream) {
+  return stream;
+}
+std::ostream& TraceOutContainerEnd(std::ostream& stream) {
+  return stream;
+}

@@ -43,7 +43,9 @@ KWException::KWException(std::string name, std::string reason, UserInfo userInfo
   }
 }
 
-std::string KWException::description() const { return name_ + ": " + reason_; }
+std::string KWException::description() const {
+  return reason_;
+}
 
 namespace vtcore {
 

@@ -28,7 +28,7 @@ public:
   const UserInfo& userInfo() const noexcept { return userInfo_; }
   /// The reason, as the exception's text.
   const char* what() const noexcept override { return reason_.c_str(); }
-  /// "<name>: <reason>", used where the exception is printed with "%@".
+  /// The reason: what the exception prints as with "%@".
   std::string description() const;
 
 private:

@@ -158,8 +158,7 @@ std::string formatSafely(std::string_view format, std::span<const FormatArgument
       out.append(asItStands);
       continue;
     }
-    const std::size_t needed =
-        1 + (widthFromArgument ? 1 : 0) + (precisionFromArgument ? 1 : 0);
+    const std::size_t needed = 1 + (widthFromArgument ? 1 : 0) + (precisionFromArgument ? 1 : 0);
     if (arguments.size() - next < needed) {
       out.append(asItStands);
       continue;

@@ -19,7 +19,7 @@ namespace vtcore::detail {
 
 template <typename T>
 concept HasDescription = requires(const T& value) {
-  { value.description() };
+  {value.description()};
 };
 
 /// One argument of a formatted message, with its type kept.
@@ -47,11 +47,10 @@ public:
   }
   FormatArgument(const std::exception& error) : kind_(Kind::Text), text_(error.what()) {}
   template <HasDescription T>
-    requires(!std::derived_from<T, std::exception>)
-  FormatArgument(const T& object) : FormatArgument(object.description()) {}
+  requires(!std::derived_from<T, std::exception>) FormatArgument(const T& object)
+      : FormatArgument(object.description()) {}
   template <typename T>
-    requires(!std::same_as<std::remove_cv_t<T>, char>)
-  FormatArgument(T* pointer) {
+  requires(!std::same_as<std::remove_cv_t<T>, char>) FormatArgument(T* pointer) {
     if constexpr (HasDescription<T>) {
       if (pointer) {
         *this = FormatArgument(pointer->description());

@@ -71,7 +71,8 @@ bool makeTimeParts(const char* tag, bool messageNonEmpty, TimeParts& parts) {
   tm broken{};
   if (!localtime_r(&now.tv_sec, &broken))
     return false;
-  const int milliseconds = static_cast<int>(std::floor(static_cast<double>(now.tv_nsec) / 1e9 * 1000.0));
+  const int milliseconds =
+      static_cast<int>(std::floor(static_cast<double>(now.tv_nsec) / 1e9 * 1000.0));
   const unsigned thread = static_cast<unsigned>(gettid());
   char stamp[64];
   std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02d %02d:%02d:%02d.%03d", broken.tm_year + 1900,
@@ -142,7 +143,9 @@ void writeAll(iovec* pieces, int count) {
 
 } // namespace
 
-LogSink* setLogSink(LogSink* sink) { return gInstalledSink.exchange(sink); }
+LogSink* setLogSink(LogSink* sink) {
+  return gInstalledSink.exchange(sink);
+}
 
 namespace detail {
 
@@ -165,8 +168,8 @@ void logMessage(int level, bool withBanner, const char* tag, const char* message
   }
   record.fields.emplace_back("ReadUID", std::to_string(geteuid()));
   record.fields.emplace_back("Level", kLevelDigits[level]);
-  record.fields.emplace_back("Message", message ? std::string(message, length)
-                                                : std::string(tag ? tag : ""));
+  record.fields.emplace_back("Message",
+                             message ? std::string(message, length) : std::string(tag ? tag : ""));
   currentSink().send(record);
 
   if (!shouldWriteToStandardError())
@@ -216,7 +219,9 @@ void logFormatted(int level, bool withBanner, const char* tag,
 
 extern "C" {
 
-int KWLogWithSyslogBanner(void) { return std::getenv("VTCORE_TRACE_WITHOUT_BANNER") ? 0 : 1; }
+int KWLogWithSyslogBanner(void) {
+  return std::getenv("VTCORE_TRACE_WITHOUT_BANNER") ? 0 : 1;
+}
 
 void KWLogCString(int level, bool withBanner, const char* tag, const char* format, ...) {
   if (level < 0 || level > 7 || (!tag && !format))
@@ -296,8 +301,8 @@ bool bbAssert(bool condition, const char* expression, const char* line, const ch
   if (condition)
     return true;
   std::ostringstream text;
-  text << "AAssert (" << (expression ? expression : "(null)") << ") in "
-       << (file ? file : "(null)") << ", line " << (line ? line : "(null)") << " failed.";
+  text << "AAssert (" << (expression ? expression : "(null)") << ") in " << (file ? file : "(null)")
+       << ", line " << (line ? line : "(null)") << " failed.";
   return dbgASSERT(0, text.str().c_str(), file, counter) == 0;
 }
 

@@ -15,7 +15,7 @@ namespace vtcore {
 /// One structured log record: the sender's identity and the key/value
 /// attributes with the keys as the logger names them ("QXLog Local Time",
 /// "QXLog Thread", "ReadUID", "Level", "Message"), in that order.
-struct LogRecord {
+struct VTCORE_EXPORT LogRecord {
   std::string identity;
   int level = 0;
   std::vector<std::pair<std::string, std::string>> fields;

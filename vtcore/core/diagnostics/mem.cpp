@@ -18,8 +18,7 @@ std::atomic<bool> gInitialised{false};
 void adjustCount(int delta) {
   // A load and a store, not an atomic add: the count may drift under
   // concurrent use, as documented, but never tears.
-  gLiveBlocks.store(gLiveBlocks.load(std::memory_order_relaxed) + delta,
-                    std::memory_order_relaxed);
+  gLiveBlocks.store(gLiveBlocks.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
 }
 
 // Runs `attempt` until it gives a block or the failure policy says stop.
@@ -70,7 +69,9 @@ int Mem_InitModule(void) {
   return 1;
 }
 
-void Mem_TermModule(void) { gInitialised.store(false, std::memory_order_relaxed); }
+void Mem_TermModule(void) {
+  gInitialised.store(false, std::memory_order_relaxed);
+}
 
 int Mem_SetException(int mode, MemFailureHandler handler) {
   gMode.store(mode, std::memory_order_relaxed);
@@ -127,6 +128,8 @@ void Mem_free(void* pointer) {
   std::free(pointer);
 }
 
-int Mem_LiveBlockCount(void) { return gLiveBlocks.load(std::memory_order_relaxed); }
+int Mem_LiveBlockCount(void) {
+  return gLiveBlocks.load(std::memory_order_relaxed);
+}
 
 } // extern "C"

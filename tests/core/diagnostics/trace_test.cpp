@@ -1,0 +1,93 @@
+#include <vtcore/core/diagnostics/VTTrace.h>
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+// Swaps std::cout's buffer for a string buffer, and empties the indentation
+// stack, for the test's duration.
+class Trace : public ::testing::Test {
+protected:
+  void SetUp() override {
+    gTraceIndent.clear();
+    saved_ = std::cout.rdbuf(out_.rdbuf());
+  }
+  void TearDown() override {
+    std::cout.rdbuf(saved_);
+    gTraceIndent.clear();
+  }
+  std::string taken() {
+    std::string text = out_.str();
+    out_.str("");
+    return text;
+  }
+  std::ostringstream out_;
+  std::streambuf* saved_ = nullptr;
+};
+
+TEST_F(Trace, IndentationNestsAndUnwinds) {
+  IndentToCout();
+  EXPECT_EQ(taken(), "");
+  EXPECT_EQ(bbTraceIndentBegin("a", "", 2), 2);
+  IndentToCout();
+  EXPECT_EQ(taken(), "  ");
+  EXPECT_EQ(bbTraceIndentBegin("b", "text", 2), 4);
+  IndentToCout();
+  EXPECT_EQ(taken(), "    ");
+  bbTraceIndentEnd();
+  IndentToCout();
+  EXPECT_EQ(taken(), "  ");
+  bbTraceIndentEnd();
+  bbTraceIndentEnd(); // unbalanced end on an empty stack is harmless
+  EXPECT_TRUE(gTraceIndent.empty());
+}
+
+TEST_F(Trace, WidthIsCappedAndNegativeWidthWritesNothing) {
+  bbTraceIndentBegin("wide", "", 5000);
+  IndentToCout();
+  EXPECT_EQ(taken(), std::string(2048, ' '));
+  gTraceIndent.clear();
+  EXPECT_EQ(bbTraceIndentBegin("negative", "", -3), -3);
+  IndentToCout();
+  EXPECT_EQ(taken(), "");
+}
+
+struct Element {
+  int value;
+};
+std::ostream& operator<<(std::ostream& stream, const Element& element) {
+  return stream << "element " << element.value << "\n";
+}
+
+TEST_F(Trace, ContainerIndentsEveryElementOnStandardOutput) {
+  std::vector<Element> none;
+  TraceOutContainer(std::cout, none, "none", 0);
+  EXPECT_EQ(taken(), "");
+  bbTraceIndentBegin("list", "", 4);
+  std::vector<Element> three{{1}, {2}, {3}};
+  TraceOutContainer(std::cout, three, "three", 0);
+  EXPECT_EQ(taken(), "    element 1\n    element 2\n    element 3\n");
+  // With another stream, the elements go there and the blanks to stdout.
+  std::ostringstream other;
+  TraceOutContainer(other, three, "three", 0);
+  EXPECT_EQ(other.str(), "element 1\nelement 2\nelement 3\n");
+  EXPECT_EQ(taken(), std::string(12, ' '));
+}
+
+TEST_F(Trace, FramingHooksWriteNothing) {
+  std::ostringstream stream;
+  stream << "x";
+  TraceOutIndentBegin(stream, "n", "t", 2);
+  TraceOutIndentEnd(stream);
+  TraceOutContainerBegin(stream, "n", 3, "t", 2);
+  TraceOutContainerEndl(stream);
+  EXPECT_EQ(&TraceOutContainerEnd(stream), &stream);
+  EXPECT_EQ(stream.str(), "x");
+  EXPECT_TRUE(gTraceIndent.empty());
+}
+
+} // namespace
