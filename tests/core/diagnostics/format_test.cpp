@@ -32,6 +32,7 @@ TEST(FormatSafely, MissingArgumentsAndUnknownConversionsStayAsTheyStand) {
   EXPECT_EQ(format("%d %d", 1), "1 %d");
   EXPECT_EQ(format("%n %k %", 1), "%n %k %");
   EXPECT_EQ(format("%*d", 5), "%*d"); // width consumed nothing: needs two
+  EXPECT_EQ(format("[%2000000000d]", 1), "[%2000000000d]");
 }
 
 TEST(FormatSafely, ObjectPlaceholderPrintsDescriptions) {

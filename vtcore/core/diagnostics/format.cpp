@@ -79,6 +79,8 @@ std::string FormatArgument::description() const {
 
 namespace {
 
+constexpr std::size_t kMaxFieldDigits = 6; // "-99999" fits too
+
 void appendCodePoint(std::string& out, unsigned long long value) {
   auto c = static_cast<UChar32>(value > 0x10FFFF ? 0xFFFD : value);
   icu::UnicodeString(c).toUTF8String(out);
@@ -168,6 +170,12 @@ std::string formatSafely(std::string_view format, std::span<const FormatArgument
     if (precisionFromArgument)
       precision = std::to_string(arguments[next++].asSigned());
     const FormatArgument& argument = arguments[next++];
+    // A field of a million characters or more is a broken format, not a
+    // layout: it is shown as it stands rather than allocating gigabytes.
+    if (width.size() > kMaxFieldDigits || precision.size() > kMaxFieldDigits) {
+      out.append(asItStands);
+      continue;
+    }
     std::string spec = "%" + flags + width + (hasPrecision ? "." + precision : "");
     switch (conversion) {
     case 'd':

@@ -84,7 +84,8 @@ private:
 
 /// Fills `format` with `arguments` as printf would, plus "%@" (description)
 /// and "%C" (a Unicode code point). A conversion with no argument left, "%n"
-/// and unknown conversions are copied as they stand. Never reads past
+/// and unknown conversions are copied as they stand, and so is a conversion
+/// whose width or precision has more than six digits. Never reads past
 /// `arguments`.
 VTCORE_EXPORT std::string formatSafely(std::string_view format,
                                        std::span<const FormatArgument> arguments);
