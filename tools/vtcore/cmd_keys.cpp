@@ -162,7 +162,7 @@ int runTable(const Options& options) {
 }
 
 int runFind(const Options& options) {
-  if (options.operands.size() != 1)
+  if (options.operands.size() != 1 || options.operands[0].empty())
     return usage("keys");
   const auto charCode = romanCharCode(options.operands[0]);
   if (!charCode)
