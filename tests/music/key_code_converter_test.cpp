@@ -297,7 +297,33 @@ TEST(KeyboardLayoutChoice, UnknownLayoutWarnsOnceAndTranslatesNothing) {
   EXPECT_EQ(log.sink.records().size(), 1u);
 }
 
+// Clears the XKB_DEFAULT_* variables for the test and puts back what the
+// environment had.
+class CleanXkbEnvironment {
+public:
+  CleanXkbEnvironment() {
+    for (const char* name : names)
+      if (const char* value = std::getenv(name))
+        saved_.emplace_back(name, value);
+    for (const char* name : names)
+      ::unsetenv(name);
+  }
+  ~CleanXkbEnvironment() {
+    for (const char* name : names)
+      ::unsetenv(name);
+    for (const auto& [name, value] : saved_)
+      ::setenv(name.c_str(), value.c_str(), 1);
+  }
+
+private:
+  static constexpr const char* names[] = {"XKB_DEFAULT_RULES", "XKB_DEFAULT_MODEL",
+                                          "XKB_DEFAULT_LAYOUT", "XKB_DEFAULT_VARIANT",
+                                          "XKB_DEFAULT_OPTIONS"};
+  std::vector<std::pair<std::string, std::string>> saved_;
+};
+
 TEST(KeyboardLayoutChoice, VariantsAndTheEnvironmentDefault) {
+  CleanXkbEnvironment clean;
   ASSERT_TRUE(KWKeyCodeConverter::setKeyboardLayout("de", "nodeadkeys"));
   EXPECT_EQ(KWKeyCodeConverter::keyboardLayoutName(), "de(nodeadkeys)");
   bool dead = true;
@@ -319,7 +345,6 @@ TEST(KeyboardLayoutChoice, VariantsAndTheEnvironmentDefault) {
   ASSERT_TRUE(KWKeyCodeConverter::setKeyboardLayout(""));
   EXPECT_EQ(KWKeyCodeConverter::keyboardLayoutName(), "us");
   EXPECT_EQ(utf8(KWKeyCodeConverter::translateKeyCode(0)), "A");
-  ::unsetenv("XKB_DEFAULT_VARIANT");
 }
 
 TEST(XkbKeyNames, FollowTheAnsiPositions) {
