@@ -15,5 +15,6 @@
 #include <vtcore/core/memory/user_defaults.h>
 
 // Music
+#include <vtcore/music/key_code_converter.h>
 
 // System
