@@ -201,6 +201,9 @@ INSTANTIATE_TEST_SUITE_P(
                     LayoutCase{"us", 27, "-", "-", false}, LayoutCase{"us", 36, "\r", "\r", false},
                     LayoutCase{"us", 56, "(null)", "(null)", false}, // Shift types nothing
                     LayoutCase{"us", 122, "(null)", "(null)", false},
+                    // The keypad types digits, as if Num Lock were always on.
+                    LayoutCase{"us", 82, "0", "0", false}, LayoutCase{"us", 92, "9", "9", false},
+                    LayoutCase{"us", 65, ".", ".", false}, LayoutCase{"us", 67, "*", "*", false},
                     LayoutCase{"de", 6, "Y", "y", false}, LayoutCase{"de", 16, "Z", "z", false},
                     LayoutCase{"de", 27, "ß", "ß", false}, // never "SS"
                     LayoutCase{"de", 50, "^", "^", true}, LayoutCase{"de", 24, "´", "´", true},

@@ -210,20 +210,29 @@ std::optional<KeyTranslation> translateKeyThroughLayout(std::uint16_t keyCode) {
     return std::nullopt;
 
   // The first shift level of the first layout group is what the key types
-  // with no modifier held; Num Lock counts as a modifier, so the keypad
-  // digits read as their navigation keysyms, which have no text.
-  const xkb_keysym_t* keysyms = nullptr;
-  const int count = xkb_keymap_key_get_syms_by_level(state.keymap.get(), key, 0, 0, &keysyms);
-  KeyTranslation translation;
-  for (int i = 0; i < count; ++i) {
-    if (isDeadKeysym(keysyms[i])) {
-      translation.deadKey = true;
-      if (UChar32 spacing = spacingCharacterForDeadKey(keysyms[i]); spacing != 0)
-        translation.text.append(spacing);
-    } else if (std::uint32_t character = xkb_keysym_to_utf32(keysyms[i]); character != 0) {
-      translation.text.append(static_cast<UChar32>(character));
+  // with no modifier held. Keypads of the keyboards these key codes come from
+  // have no Num Lock and always type digits; in XKB the digits sit on the
+  // keypad's second level (Num Lock on), so a keypad key whose first level
+  // has no text is read there.
+  auto translateLevel = [&](xkb_level_index_t level) {
+    const xkb_keysym_t* keysyms = nullptr;
+    const int count = xkb_keymap_key_get_syms_by_level(state.keymap.get(), key, 0, level, &keysyms);
+    KeyTranslation translation;
+    for (int i = 0; i < count; ++i) {
+      if (isDeadKeysym(keysyms[i])) {
+        translation.deadKey = true;
+        if (UChar32 spacing = spacingCharacterForDeadKey(keysyms[i]); spacing != 0)
+          translation.text.append(spacing);
+      } else if (std::uint32_t character = xkb_keysym_to_utf32(keysyms[i]); character != 0) {
+        translation.text.append(static_cast<UChar32>(character));
+      }
     }
-  }
+    return translation;
+  };
+  KeyTranslation translation = translateLevel(0);
+  if (translation.text.isEmpty() && std::string_view(keyName).starts_with("KP") &&
+      xkb_keymap_num_levels_for_key(state.keymap.get(), key, 0) > 1)
+    translation = translateLevel(1);
   return translation;
 }
 

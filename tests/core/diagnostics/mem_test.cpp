@@ -11,8 +11,8 @@ namespace {
 // No allocator can give this many bytes; glibc and ASan both answer null.
 constexpr size_t kImpossible = SIZE_MAX / 2;
 
-// AddressSanitizer adds its own warning about the failed allocation.
-#if defined(__SANITIZE_ADDRESS__)
+// The sanitizers add their own warning about the failed allocation.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr const char* kStartOfOutput = "";
 constexpr const char* kNoOutput = "";
 #else
