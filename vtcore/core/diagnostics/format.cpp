@@ -87,7 +87,7 @@ void appendCodePoint(std::string& out, unsigned long long value) {
 }
 
 // snprintf into a std::string with a format built by the caller from one
-// validated conversion specification.
+// validated conversion (flags, width, precision and conversion letter).
 template <typename T>
 void appendPrintf(std::string& out, const std::string& spec, T value) {
   char small[128];
