@@ -15,5 +15,12 @@
 #include <vtcore/core/memory/user_defaults.h>
 
 // Music
+#include <vtcore/music/channel_layouts.h>
+#include <vtcore/music/deviation.h>
+#include <vtcore/music/midi_formatter.h>
+#include <vtcore/music/musical_context.h>
+#include <vtcore/music/time_marker.h>
+#include <vtcore/music/transients.h>
 
 // System
+#include <vtcore/system/dot_api.h>
