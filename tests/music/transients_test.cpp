@@ -44,7 +44,7 @@ CTransient make(std::int64_t pos, float energy = 1.0f) {
 std::vector<std::int64_t> positions(const CTransients& transients) {
   std::vector<std::int64_t> result;
   for (const auto& transient : transients)
-    result.push_back(transient.pos);
+    result.push_back(std::int64_t{transient.pos});
   return result;
 }
 
@@ -59,7 +59,7 @@ CTransients withPositions(std::initializer_list<std::int64_t> list) {
 
 TEST(CTransient, DefaultsAndStoredLayout) {
   CTransient transient;
-  EXPECT_EQ(transient.pos, 0);
+  EXPECT_EQ(std::int64_t{transient.pos}, 0);
   EXPECT_EQ(transient.Energy, 1.0f);
   EXPECT_EQ(transient.visibleweight, 1.0f);
   EXPECT_EQ(transient.FreqHz, 0.0f);
@@ -312,7 +312,7 @@ TEST(SwapTransientCallback, ReadsBigEndianRecords) {
   SwapTransientCallback(block.data(), block.size(), false);
   CTransient record;
   std::memcpy(static_cast<void*>(&record), &block[1024], sizeof record);
-  EXPECT_EQ(record.pos, 0x0102030405060708);
+  EXPECT_EQ(std::int64_t{record.pos}, 0x0102030405060708);
   EXPECT_EQ(record.Energy, 1.5f);
   EXPECT_EQ(record.FreqHz, 440.0f);
 }

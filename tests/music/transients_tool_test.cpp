@@ -62,14 +62,14 @@ TEST(TransientsTool, MadeBlockSurvivesSwappingTwice) {
   auto swapped = made;
   SwapTransientCallback(swapped.data(), swapped.size(), true);
   EXPECT_NE(swapped, made);
-  EXPECT_NE(recordsOf(swapped)[0].pos, original[0].pos);
+  EXPECT_NE(std::int64_t{recordsOf(swapped)[0].pos}, std::int64_t{original[0].pos});
 
   auto back = swapped;
   SwapTransientCallback(back.data(), back.size(), false);
   EXPECT_EQ(back, made);
   const CTransients readBack = recordsOf(back);
   for (std::size_t i = 0; i < original.size(); ++i) {
-    EXPECT_EQ(readBack[i].pos, original[i].pos);
+    EXPECT_EQ(std::int64_t{readBack[i].pos}, std::int64_t{original[i].pos});
     EXPECT_EQ(readBack[i].Energy, original[i].Energy);
     EXPECT_EQ(readBack[i].visibleweight, original[i].visibleweight);
     EXPECT_EQ(readBack[i].FreqHz, original[i].FreqHz);

@@ -19,6 +19,11 @@
 /// and at what frequency it was found. A plain copyable record whose layout is
 /// a file format (36 bytes, no padding). Two transients are equal when their
 /// positions are equal; no other field takes part.
+///
+/// Because of the packing, `pos` of an array element may sit on a 4-byte
+/// boundary: read and write it by value; binding a reference or a pointer to
+/// it (`const auto& p = t.pos`, or passing it to a function that takes
+/// `const std::int64_t&`) is undefined behaviour.
 struct VTCORE_EXPORT CTransient {
   std::int64_t pos = 0;        ///< position on the time axis of the analysed audio
   float Energy = 1.0f;         ///< strength
