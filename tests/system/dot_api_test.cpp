@@ -102,12 +102,3 @@ TEST_F(CDotAPITest, HistoryFlagNeedsNoInitialisation) {
   EXPECT_TRUE(CDotAPI::UpdateHistory());
   EXPECT_FALSE(CDotAPI::s_fInit.load());
 }
-
-TEST_F(CDotAPITest, MatricesOfferTheOwnPathAndOptimizationsOff) {
-  for (int row = 0; row < CDotAPI::kIDCount; ++row) {
-    EXPECT_TRUE(CDotAPI::s_afEnableRelease[row][row]);
-    EXPECT_TRUE(CDotAPI::s_afEnableRelease[row][CDotAPI::kOptimizationsOff]);
-    EXPECT_TRUE(CDotAPI::s_afEnableDebug[row][CDotAPI::kOptimizationsOff]);
-    EXPECT_TRUE(CDotAPI::s_afEnableDebug[row][CDotAPI::kDebugMode]);
-  }
-}
