@@ -16,5 +16,12 @@
 
 // Music
 #include <vtcore/music/key_code_converter.h>
+#include <vtcore/music/channel_layouts.h>
+#include <vtcore/music/deviation.h>
+#include <vtcore/music/midi_formatter.h>
+#include <vtcore/music/musical_context.h>
+#include <vtcore/music/time_marker.h>
+#include <vtcore/music/transients.h>
 
 // System
+#include <vtcore/system/dot_api.h>

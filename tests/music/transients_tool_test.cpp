@@ -1,0 +1,100 @@
+// Runs the vtcore tool as a user would: a stored block written by
+// `vtcore transients --make` survives byte swapping.
+#include <vtcore/music/transients.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+std::filesystem::path scratchFile(const char* name) {
+  return std::filesystem::temp_directory_path() /
+         (std::string("vtcore_music_") + std::to_string(::getpid()) + "_" + name);
+}
+
+std::vector<unsigned char> readAll(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+int runTool(const std::string& arguments) {
+  const std::string command = std::string(VTCORE_CLI_PATH) + " " + arguments + " >/dev/null";
+  return std::system(command.c_str());
+}
+
+CTransients recordsOf(const std::vector<unsigned char>& block) {
+  CTransients records((block.size() - 1024) / sizeof(CTransient));
+  std::memcpy(static_cast<void*>(records.data()), block.data() + 1024,
+              records.size() * sizeof(CTransient));
+  return records;
+}
+
+} // namespace
+
+TEST(TransientsTool, MadeBlockSurvivesSwappingTwice) {
+  const auto path = scratchFile("block");
+  ASSERT_EQ(runTool("transients --make 25 " + path.string()), 0);
+  const auto made = readAll(path);
+  std::filesystem::remove(path);
+  ASSERT_EQ(made.size(), 1024u + 25 * 36);
+
+  // The made block is in this machine's order: its records read directly.
+  const CTransients original = recordsOf(made);
+  ASSERT_EQ(original.size(), 25u);
+  EXPECT_TRUE(original.AreUniqueAndSortedByPos());
+  for (const auto& record : original) {
+    EXPECT_GE(record.Energy, 0.0f);
+    EXPECT_LE(record.Energy, 1.0f);
+    EXPECT_GE(record.FreqHz, 20.0f);
+  }
+
+  auto swapped = made;
+  SwapTransientCallback(swapped.data(), swapped.size(), true);
+  EXPECT_NE(swapped, made);
+  EXPECT_NE(std::int64_t{recordsOf(swapped)[0].pos}, std::int64_t{original[0].pos});
+
+  auto back = swapped;
+  SwapTransientCallback(back.data(), back.size(), false);
+  EXPECT_EQ(back, made);
+  const CTransients readBack = recordsOf(back);
+  for (std::size_t i = 0; i < original.size(); ++i) {
+    EXPECT_EQ(std::int64_t{readBack[i].pos}, std::int64_t{original[i].pos});
+    EXPECT_EQ(readBack[i].Energy, original[i].Energy);
+    EXPECT_EQ(readBack[i].visibleweight, original[i].visibleweight);
+    EXPECT_EQ(readBack[i].FreqHz, original[i].FreqHz);
+  }
+}
+
+TEST(TransientsTool, BadArgumentsAndShortFiles) {
+  EXPECT_EQ(WEXITSTATUS(runTool("transients 2>/dev/null")), 2);
+  EXPECT_EQ(WEXITSTATUS(runTool("transients --make -3 x 2>/dev/null")), 2);
+  const auto path = scratchFile("short");
+  std::ofstream(path) << "too short";
+  EXPECT_EQ(WEXITSTATUS(runTool("transients " + path.string() + " 2>/dev/null")), 1);
+  std::filesystem::remove(path);
+  EXPECT_EQ(WEXITSTATUS(runTool("channels 9 2>/dev/null")), 2);
+  EXPECT_EQ(WEXITSTATUS(runTool("midi 2>/dev/null")), 2);
+}
+
+TEST(ChannelsTool, DrawsEverySpeaker) {
+  const auto path = scratchFile("speakers.svg");
+  ASSERT_EQ(runTool("channels 8 --svg " + path.string()), 0);
+  const auto bytes = readAll(path);
+  std::filesystem::remove(path);
+  const std::string svg(bytes.begin(), bytes.end());
+  EXPECT_EQ(svg.rfind("<svg ", 0), 0u);
+  EXPECT_NE(svg.find("</svg>"), std::string::npos);
+  for (const char* name : {">L<", ">R<", ">Ls<", ">Rs<", ">C<", ">LFE<", ">Lc<", ">Rc<"})
+    EXPECT_NE(svg.find(name), std::string::npos) << name;
+}

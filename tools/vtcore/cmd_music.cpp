@@ -1,0 +1,493 @@
+// vtcore subcommands and tour steps of the music and system helpers:
+// channel layouts, MIDI formatting, stored transient blocks, code paths.
+
+#include "command.h"
+
+#include <vtcore/vtcore.h>
+
+#include <algorithm>
+#include <any>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace vtcore::cli;
+
+constexpr std::size_t kBlockHeaderBytes = 1024;
+
+std::optional<long long> parseInteger(const std::string& text) {
+  if (text.empty())
+    return std::nullopt;
+  errno = 0;
+  char* end = nullptr;
+  const long long value = std::strtoll(text.c_str(), &end, 0);
+  if (*end != '\0' || errno == ERANGE)
+    return std::nullopt;
+  return value;
+}
+
+const char* formatNickname(std::uint32_t format) {
+  static const char* const names[] = {"none", "mono", "stereo", "quad",    "LCRS",
+                                      "5.1",  "6.1",  "7.1",    "7.1 SDDS"};
+  return format <= 8 ? names[format] : "?";
+}
+
+std::string channelList(const std::uint32_t* order, std::uint32_t count) {
+  std::string text;
+  for (std::uint32_t i = 0; i < count; ++i)
+    text += std::string(i ? " " : "") + GetChannelLabel(order[i]);
+  return text;
+}
+
+std::vector<std::uint32_t> channelsOf(std::uint32_t format) {
+  std::uint32_t order[8] = {};
+  GetMappingForFormatAndAudioChannelLayoutTag(format, 0, order);
+  const std::uint32_t count =
+      static_cast<std::uint32_t>(__builtin_popcountll(GetChannelIDBitMask(format)));
+  return {order, order + count};
+}
+
+void printFormat(std::uint32_t format) {
+  const auto channels = channelsOf(format);
+  std::cout << "Format " << format << " (" << formatNickname(format)
+            << "): " << channelList(channels.data(), static_cast<std::uint32_t>(channels.size()))
+            << "   mask 0x" << std::hex << std::uppercase << GetChannelIDBitMask(format) << std::dec
+            << std::nouppercase << "\n";
+  std::cout << "  id  name  host label  angle\n";
+  for (std::uint32_t id : channels) {
+    std::cout << "  " << std::setw(2) << id << "  " << std::left << std::setw(4)
+              << GetChannelLabel(id) << std::right << "  " << std::setw(10)
+              << GetLabelForChannelID(format, id) << "  ";
+    const float angle = GetAngleForChannel(format, id);
+    if (angle == vtcore::kDirectionlessAngle)
+      std::cout << "1000 (no direction)\n";
+    else
+      std::cout << angle << "\n";
+  }
+  std::cout << "  layouts:\n";
+  for (const auto& row : vtcore::channelLayoutTable()) {
+    if (row.format != format)
+      continue;
+    std::ostringstream tag;
+    if (row.tag == 0)
+      tag << "own order";
+    else
+      tag << "tag " << (row.tag >> 16) << "/" << (row.tag & 0xFFFF) << " (" << row.tag << ")";
+    std::cout << "    " << std::left << std::setw(22) << tag.str() << std::right
+              << channelList(row.order, row.channelCount) << "\n";
+  }
+}
+
+// The speakers on a circle seen from above, front at the top, left on the
+// left; directionless channels (LFE) sit in a box of their own.
+std::string speakerPicture(std::uint32_t format) {
+  constexpr double kPi = 3.14159265358979323846;
+  constexpr double cx = 230, cy = 250, radius = 150;
+  std::ostringstream svg;
+  svg << std::fixed << std::setprecision(1);
+  svg << R"(<svg xmlns="http://www.w3.org/2000/svg" width="460" height="500" )"
+      << R"(viewBox="0 0 460 500" font-family="DejaVu Sans, sans-serif">)"
+      << "\n";
+  svg << R"(<rect width="460" height="500" fill="#ffffff"/>)"
+      << "\n";
+  const auto channels = channelsOf(format);
+  svg << R"(<text x="230" y="30" font-size="17" text-anchor="middle" font-weight="bold">)"
+      << "Format " << format << " (" << formatNickname(format)
+      << "): " << channelList(channels.data(), static_cast<std::uint32_t>(channels.size()))
+      << "</text>\n";
+  svg << "<circle cx=\"" << cx << "\" cy=\"" << cy << "\" r=\"" << radius
+      << R"(" fill="none" stroke="#999999" stroke-dasharray="4 4"/>)"
+      << "\n";
+  svg << "<text x=\"" << cx << "\" y=\"" << cy + 34
+      << R"(" font-size="11" text-anchor="middle" fill="#777777">listener, facing front</text>)"
+      << "\n";
+  // The listener, facing the front.
+  svg << "<circle cx=\"" << cx << "\" cy=\"" << cy
+      << R"(" r="12" fill="#dddddd" stroke="#555555"/>)"
+      << "\n";
+  svg << "<path d=\"M " << cx - 6 << " " << cy - 9 << " L " << cx << " " << cy - 20 << " L "
+      << cx + 6 << " " << cy - 9 << R"(" fill="#555555"/>)"
+      << "\n";
+  int directionless = 0;
+  for (std::uint32_t id : channels) {
+    const float angle = GetAngleForChannel(format, id);
+    const std::string name = GetChannelLabel(id);
+    if (angle == vtcore::kDirectionlessAngle) {
+      const double x = 365, y = 440 - 66.0 * directionless++;
+      svg << "<rect x=\"" << x - 45 << "\" y=\"" << y - 28 << R"(" width="125" height="58" )"
+          << R"(rx="6" fill="#fff4e0" stroke="#cc8800"/>)"
+          << "\n";
+      svg << "<rect x=\"" << x - 34 << "\" y=\"" << y - 16
+          << R"(" width="24" height="24" fill="#cc8800"/>)"
+          << "\n";
+      svg << "<text x=\"" << x << "\" y=\"" << y + 2 << R"(" font-size="15" font-weight="bold">)"
+          << name << "</text>\n";
+      svg << "<text x=\"" << x - 34 << "\" y=\"" << y + 22
+          << R"(" font-size="10" fill="#775500">no direction (1000)</text>)"
+          << "\n";
+      continue;
+    }
+    const double rad = angle * kPi / 180.0;
+    const double x = cx + radius * std::sin(rad), y = cy - radius * std::cos(rad);
+    svg << "<line x1=\"" << cx << "\" y1=\"" << cy << "\" x2=\"" << x << "\" y2=\"" << y
+        << R"(" stroke="#cccccc"/>)"
+        << "\n";
+    svg << "<circle cx=\"" << x << "\" cy=\"" << y
+        << R"(" r="20" fill="#2a6fdb" stroke="#103a80" stroke-width="2"/>)"
+        << "\n";
+    svg << "<text x=\"" << x << "\" y=\"" << y + 5
+        << R"(" font-size="14" font-weight="bold" fill="#ffffff" text-anchor="middle">)" << name
+        << "</text>\n";
+    // The angle goes outside the circle, away from the listener.
+    const double lx = cx + (radius + 36) * std::sin(rad), ly = cy - (radius + 36) * std::cos(rad);
+    std::ostringstream degrees;
+    degrees << angle;
+    svg << "<text x=\"" << lx << "\" y=\"" << ly + 4
+        << R"(" font-size="12" text-anchor="middle" fill="#333333">)" << degrees.str()
+        << "&#176;</text>\n";
+  }
+  svg << "</svg>\n";
+  return svg.str();
+}
+
+int runChannels(Args args) {
+  std::optional<std::uint32_t> format;
+  std::string svgFile;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--svg") {
+      if (++i == args.size())
+        return usage("channels");
+      svgFile = args[i];
+    } else if (auto value = parseInteger(args[i]); value && !format && *value >= 1 && *value <= 8) {
+      format = static_cast<std::uint32_t>(*value);
+    } else {
+      return usage("channels");
+    }
+  }
+  if (!svgFile.empty()) {
+    if (!format)
+      return usage("channels");
+    std::ofstream out(svgFile, std::ios::binary);
+    out << speakerPicture(*format);
+    if (!out.flush())
+      return fail("channels", "cannot write " + svgFile);
+    std::cout << "wrote " << svgFile << "\n";
+    return 0;
+  }
+  for (std::uint32_t f = format.value_or(1); f <= format.value_or(8); ++f) {
+    printFormat(f);
+    if (f != format.value_or(8))
+      std::cout << "\n";
+  }
+  return 0;
+}
+
+Register channelsCommand{{"channels", "[FORMAT 1-8] [--svg FILE]",
+                          "surround formats: channels, mask, host labels and tags, angles; "
+                          "--svg draws the speakers",
+                          runChannels}};
+
+int runMidi(Args args) {
+  int style = 0;
+  std::vector<std::string> values;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--style") {
+      if (++i == args.size())
+        return usage("midi");
+      auto value = parseInteger(args[i]);
+      if (!value || *value < INT32_MIN || *value > INT32_MAX)
+        return usage("midi");
+      style = static_cast<int>(*value);
+    } else {
+      values.push_back(args[i]);
+    }
+  }
+  if (values.empty())
+    return usage("midi");
+  KWMIDIFormatter formatter;
+  formatter.setNoteStyle(style);
+  for (const auto& text : values) {
+    // A number is handed over as a number object; anything else as a string
+    // object, which the formatter shows as the empty text.
+    std::any value;
+    char* end = nullptr;
+    if (auto integer = parseInteger(text))
+      value = *integer;
+    else if (double real = std::strtod(text.c_str(), &end); !text.empty() && *end == '\0')
+      value = real;
+    else
+      value = text;
+    std::string shown;
+    formatter.stringForObjectValue(value).toUTF8String(shown);
+    std::cout << text << "\t\"" << shown << "\"\n";
+  }
+  return 0;
+}
+
+Register midiCommand{{"midi", "[--style N] VALUE...",
+                      "MIDI values as text: style 0 decimal, 1 signed, 2 hexadecimal, 3 note name",
+                      runMidi}};
+
+std::optional<std::vector<unsigned char>> readFile(const std::string& name) {
+  std::ifstream in(name, std::ios::binary);
+  if (!in)
+    return std::nullopt;
+  std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)),
+                                   std::istreambuf_iterator<char>());
+  if (in.bad())
+    return std::nullopt;
+  return bytes;
+}
+
+std::uint32_t headerWord(const std::vector<unsigned char>& block, std::size_t index) {
+  std::uint32_t word;
+  std::memcpy(&word, block.data() + 4 * index, sizeof word);
+  return word;
+}
+
+// A sample block in this machine's byte order: the four header words are a
+// made-up signature ('VTtr'), a version, the record count and the record
+// size; the records are random but reproducible (fixed seed).
+int makeBlock(const std::string& countText, const std::string& file) {
+  const auto count = parseInteger(countText);
+  if (!count || *count < 0 || *count > 10'000'000)
+    return usage("transients");
+  std::vector<unsigned char> block(kBlockHeaderBytes + static_cast<std::size_t>(*count) * 36);
+  const std::uint32_t header[4] = {0x56547472, 1, static_cast<std::uint32_t>(*count), 36};
+  std::memcpy(block.data(), header, sizeof header);
+  std::mt19937_64 random(20261122);
+  std::uniform_int_distribution<std::int64_t> step(1, 44100);
+  std::uniform_real_distribution<float> energy(0.0f, 1.0f), freq(20.0f, 20000.0f);
+  std::int64_t pos = 0;
+  for (long long i = 0; i < *count; ++i) {
+    CTransient transient;
+    pos += step(random);
+    transient.pos = pos;
+    transient.Energy = energy(random);
+    transient.visibleweight = energy(random);
+    transient.FreqHz = std::round(freq(random));
+    std::memcpy(block.data() + kBlockHeaderBytes + 36 * static_cast<std::size_t>(i), &transient,
+                sizeof transient);
+  }
+  std::ofstream out(file, std::ios::binary);
+  out.write(reinterpret_cast<const char*>(block.data()),
+            static_cast<std::streamsize>(block.size()));
+  if (!out.flush())
+    return fail("transients", "cannot write " + file);
+  std::cout << "wrote " << file << ": " << *count << " transients, " << block.size() << " bytes\n";
+  return 0;
+}
+
+int runTransients(Args args) {
+  if (args.size() == 3 && args[0] == "--make")
+    return makeBlock(args[1], args[2]);
+  std::string file;
+  bool swap = false;
+  for (const auto& arg : args) {
+    if (arg == "--swap")
+      swap = true;
+    else if (file.empty() && !arg.empty() && arg[0] != '-')
+      file = arg;
+    else
+      return usage("transients");
+  }
+  if (file.empty())
+    return usage("transients");
+  auto block = readFile(file);
+  if (!block)
+    return fail("transients", "cannot read " + file);
+  if (block->size() < kBlockHeaderBytes)
+    return fail("transients", file + " is no stored transient block: " +
+                                  std::to_string(block->size()) + " bytes, fewer than 1024");
+  if (swap)
+    SwapTransientCallback(block->data(), block->size(), true);
+  const std::size_t records = (block->size() - kBlockHeaderBytes) / 36;
+  const std::size_t trailing = (block->size() - kBlockHeaderBytes) % 36;
+  std::cout << file << ": " << block->size() << " bytes" << (swap ? ", byte order swapped" : "")
+            << "\nheader words:" << std::hex;
+  for (std::size_t i = 0; i < 4; ++i)
+    std::cout << " 0x" << std::setw(8) << std::setfill('0') << headerWord(*block, i);
+  std::cout << std::dec << std::setfill(' ') << "\n"
+            << records << " records, " << trailing << " trailing bytes left alone\n";
+  CTransients transients(records);
+  if (records)
+    std::memcpy(static_cast<void*>(transients.data()), block->data() + kBlockHeaderBytes,
+                records * 36);
+  std::cout << "CTransients: size  " << transients.size() << "\n";
+  bbTraceIndentBegin("transients", "", 2);
+  for (const auto& transient : transients) {
+    IndentToCout();
+    std::cout << transient << "\n";
+  }
+  bbTraceIndentEnd();
+  std::cout << "in position order: " << (transients.AreSortedByPos() ? "yes" : "no")
+            << ", unique: " << (transients.AreUniqueAndSortedByPos() ? "yes" : "no") << "\n";
+  return 0;
+}
+
+Register transientsCommand{{"transients", "FILE [--swap] | --make N FILE",
+                            "print a stored transient block (optionally byte-swapped), or "
+                            "write a sample block of N transients",
+                            runTransients}};
+
+void printMenu(bool debug) {
+  CDotAPI::SetDebugMode(debug);
+  CDotAPI::Init();
+  std::cout << (debug ? "debug" : "release") << " configuration: processor path "
+            << CDotAPI::ProcessorID() << ", " << CDotAPI::MenuEntries() << " menu entries\n";
+  for (int i = 0; i < CDotAPI::MenuEntries(); ++i)
+    std::cout << "  " << i << ": path " << CDotAPI::MenuID(i) << "  \"" << CDotAPI::MenuText(i)
+              << "\"\n";
+  std::cout << "  in force: path " << CDotAPI::ID() << " (menu entry " << CDotAPI::GetSelection()
+            << "), interleave " << CDotAPI::Interleave() << ", max interleave "
+            << CDotAPI::MaxInterleave() << "\n";
+}
+
+int runDispatch(Args args) {
+  if (!args.empty())
+    return usage("dispatch");
+  printMenu(false);
+  printMenu(true);
+  CDotAPI::SetDebugMode(false);
+  return 0;
+}
+
+Register dispatchCommand{
+    {"dispatch", "", "the code-path menu in the release and debug configurations", runDispatch}};
+
+// --- tour -------------------------------------------------------------
+
+CTransient sample(std::int64_t pos, float energy) {
+  CTransient transient;
+  transient.pos = pos;
+  transient.Energy = energy;
+  transient.FreqHz = 100.0f * static_cast<float>(pos % 7 + 1);
+  return transient;
+}
+
+void tourTransients() {
+  CTransients transients{sample(300, 0.9f), sample(100, 0.2f), sample(200, 0.5f), sample(100, 0.7f),
+                         sample(400, 0.1f)};
+  std::cout << "Five transients, positions 300 100 200 100 400 (one position twice):\n";
+  bbTraceIndentBegin("tour", "", 2);
+  for (const auto& transient : transients) {
+    IndentToCout();
+    std::cout << transient << "\n";
+  }
+  CTransients unique = transients;
+  unique.SortAndMakeUniquePos();
+  std::cout << "SortAndMakeUniquePos -> " << unique.size()
+            << " left, unique and sorted: " << std::boolalpha << unique.AreUniqueAndSortedByPos()
+            << "\n";
+  CTransients thin = transients;
+  thin.ThinOutToSizeAndSortByPos(2);
+  std::cout << "ThinOutToSizeAndSortByPos(2) keeps the two weakest, in position order:\n";
+  for (const auto& transient : thin) {
+    IndentToCout();
+    std::cout << transient << "\n";
+  }
+  bbTraceIndentEnd();
+  std::cout << "TraceStr of the first (brief form, then the trace stream's address):\n  "
+            << transients[0].TraceStr() << "\n";
+  VTEv_AssessDeviations deviations{3, -2};
+  std::cout << "A deviation-assessment record: " << deviations << "\n";
+}
+
+void tourStoredBlock() {
+  std::vector<unsigned char> block(1024 + 36);
+  CTransient transient = sample(0x0102030405, 0.75f);
+  std::memcpy(block.data() + 1024, &transient, sizeof transient);
+  auto hex = [&](std::size_t from, std::size_t count) {
+    std::ostringstream text;
+    for (std::size_t i = 0; i < count; ++i)
+      text << std::hex << std::setw(2) << std::setfill('0') << int(block[from + i]) << " ";
+    return text.str();
+  };
+  std::cout << "A stored block: 1024 header bytes, then 36-byte records.\n"
+            << "pos and Energy of the record, little-endian:  " << hex(1024, 12) << "\n";
+  SwapTransientCallback(block.data(), block.size(), true);
+  std::cout << "after SwapTransientCallback (big-endian):     " << hex(1024, 12) << "\n";
+  SwapTransientCallback(block.data(), block.size(), false);
+  std::cout << "and once more, back where it was:             " << hex(1024, 12) << "\n"
+            << "Try: vtcore transients --make 5 t.blk && vtcore transients t.blk --swap\n";
+}
+
+void tourChannels() {
+  printFormat(5);
+  std::uint32_t order[8] = {};
+  const std::uint32_t tag = vtcore::makeChannelLayoutTag(121, 6);
+  const std::uint32_t format = FindFormatForAudioChannelLayoutTag(tag, order);
+  std::cout << "FindFormatForAudioChannelLayoutTag(121/6) -> format " << format << ", order "
+            << channelList(order, 6) << "\n"
+            << "Try: vtcore channels 7 --svg 7.1.svg (the speakers drawn on a circle)\n";
+}
+
+void tourMidi() {
+  KWMIDIFormatter formatter;
+  const int values[] = {0, 9, 15, 60, 61, 127, -5};
+  const char* styles[] = {"decimal", "signed", "hexadecimal", "note name"};
+  std::cout << std::left << std::setw(12) << "value";
+  for (int v : values)
+    std::cout << std::setw(8) << v;
+  std::cout << "\n";
+  for (int style = 0; style < 4; ++style) {
+    formatter.setNoteStyle(style);
+    std::cout << std::setw(12) << styles[style];
+    for (int v : values) {
+      const icu::UnicodeString shown = formatter.stringForObjectValue(v);
+      std::string text;
+      shown.toUTF8String(text);
+      // Pad by characters, not bytes: the plus-minus sign is two bytes.
+      std::cout << text
+                << std::string(static_cast<std::size_t>(std::max(1, 8 - shown.length())), ' ');
+    }
+    std::cout << "\n";
+  }
+  std::cout << std::right;
+}
+
+void tourContext() {
+  CMusicalContext context(44100, 0, nullptr);
+  std::cout << "CMusicalContext at 44100 with the built-in default: tempo " << context.tempo
+            << " (thousandths of bpm), metre " << context.metreNumerator << "/"
+            << context.metreDenominator << ", results " << context.result1 << ", "
+            << context.result2 << ", " << context.result3 << "\n";
+  KwTimeMarker marker;
+  volatile double sink = 0;
+  for (int i = 0; i < 200000; ++i)
+    sink = sink + std::sqrt(static_cast<double>(i));
+  std::cout << "KwTimeMarker: a short loop took " << marker.secondsSinceMarker() << " s\n";
+}
+
+void tourDispatch() {
+  printMenu(false);
+  CDotAPI::SetSelection(1);
+  std::cout << "after choosing menu entry 1: path " << CDotAPI::ID() << ", interleave "
+            << CDotAPI::Interleave() << "\n";
+  CDotAPI::Override(CDotAPI::ProcessorID());
+  printMenu(true);
+  CDotAPI::SetDebugMode(false);
+}
+
+TourStep transientsStep{60, "Transients", tourTransients};
+TourStep blockStep{61, "Stored transient blocks", tourStoredBlock};
+TourStep channelsStep{62, "Channel layouts", tourChannels};
+TourStep midiStep{63, "MIDI value formatting", tourMidi};
+TourStep contextStep{64, "Musical context and time marker", tourContext};
+TourStep dispatchStep{65, "Code-path settings", tourDispatch};
+
+} // namespace
