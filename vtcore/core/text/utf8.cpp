@@ -513,11 +513,8 @@ void utf8_from_zvstring(char* dst, const std::optional<icu::UnicodeString>& str,
 
 char* utf8_to_legacyFileSystemCString(char* dst, const char* src, size_t size,
                                       std::optional<icu::UnicodeString>* outName) {
-  if (dst == nullptr || size == 0) {
-    if (outName != nullptr)
-      outName->reset();
+  if (dst == nullptr || size == 0)
     return dst;
-  }
   dst[0] = 0;
   if (outName != nullptr)
     outName->reset();
@@ -554,11 +551,8 @@ char* utf8_to_legacyFileSystemCString(char* dst, const char* src, size_t size,
 
 char* utf8_to_legacyFileSystemPascalString(char* dst, const char* src, size_t size,
                                            std::optional<icu::UnicodeString>* outName) {
-  if (dst == nullptr || size == 0) {
-    if (outName != nullptr)
-      outName->reset();
+  if (dst == nullptr || size == 0)
     return dst;
-  }
   utf8_to_legacyFileSystemCString(dst, src, std::min<size_t>(size, 255), outName);
   std::size_t length = std::strlen(dst);
   std::memmove(dst + 1, dst, length);

@@ -169,8 +169,8 @@ VTCORE_EXPORT void utf8_from_zvstring(char* dst, const std::optional<icu::Unicod
 /// to std::nullopt, and afterwards receives the converted name read back as a
 /// host string if that differs from `src` (the name lost characters or was
 /// cut). `dst` is left empty when `src` is null, empty or not well-formed
-/// UTF-8. Returns `dst`; `size` 0 or a null `dst` writes nothing (outName is
-/// still cleared).
+/// UTF-8. Returns `dst`; `size` 0 or a null `dst` returns at once, writing
+/// nothing and leaving `outName` as it was.
 VTCORE_EXPORT char* utf8_to_legacyFileSystemCString(char* dst, const char* src, size_t size,
                                                     std::optional<icu::UnicodeString>* outName);
 
