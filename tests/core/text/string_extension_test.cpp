@@ -10,6 +10,7 @@
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <unicode/regex.h>
 #include <unicode/uchar.h>
 
 namespace {
@@ -111,6 +112,36 @@ TEST(EmailAddress, FollowsThePattern) {
   for (int i = 0; i < 40; ++i)
     slow += "a.";
   EXPECT_FALSE(X::stringLooksLikeValidEmailAddress(u((slow + "!").c_str())));
+}
+
+// The one-pass pre-test must accept exactly what the pattern accepts: compare
+// with ICU matching the pattern on its own, over short texts of the
+// characters that matter.
+TEST(EmailAddress, AgreesWithThePlainPattern) {
+  UErrorCode status = U_ZERO_ERROR;
+  UParseError parseError;
+  std::unique_ptr<icu::RegexPattern> pattern(icu::RegexPattern::compile(
+      icu::UnicodeString(u"^[a-zA-Z0-9\\._-]+@(?:[a-zA-Z0-9\\.-]+\\.)+[a-zA-Z0-9\\.-]{2,4}$"), 0,
+      parseError, status));
+  ASSERT_TRUE(U_SUCCESS(status));
+  const char16_t alphabet[] = u"a.-_@Z9!";
+  std::mt19937 rng(5);
+  int matches = 0;
+  for (int round = 0; round < 20000; ++round) {
+    icu::UnicodeString text;
+    std::size_t n = rng() % 12;
+    for (std::size_t i = 0; i < n; ++i)
+      text.append(alphabet[rng() % 8]);
+    if (rng() % 2)
+      text = icu::UnicodeString(u"ab@") + text; // more near-misses
+    status = U_ZERO_ERROR;
+    std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(text, status));
+    bool expected = matcher->matches(status);
+    ASSERT_TRUE(U_SUCCESS(status));
+    matches += expected;
+    ASSERT_EQ(X::stringLooksLikeValidEmailAddress(text), expected) << utf8(text);
+  }
+  EXPECT_GT(matches, 100);
 }
 
 TEST(Uri, UsesLibxml2AsTheJudge) {
