@@ -10,6 +10,8 @@
 #include <vtcore/core/diagnostics/mem.h>
 
 // Text and data
+#include <vtcore/core/text/string_extension.h>
+#include <vtcore/core/text/utf8.h>
 
 // Memory and objects
 #include <vtcore/core/memory/user_defaults.h>

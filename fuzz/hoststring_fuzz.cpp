@@ -1,0 +1,70 @@
+// Conversions between UTF-8 bytes and host strings, both ways, with random
+// capacities: well-formed text must round-trip, anything else must be refused
+// or converted without touching bytes outside the destination.
+
+#include <vtcore/core/text/utf8.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+namespace {
+
+void require(bool condition) {
+  if (!condition)
+    std::abort();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 1)
+    return 0;
+  const std::size_t capacity = data[0] % 40;
+  data += 1;
+  size -= 1;
+
+  // The bytes as a UTF-8 C string.
+  std::unique_ptr<char[]> s(new char[size + 1]);
+  std::memcpy(s.get(), data, size);
+  s[size] = 0;
+  const std::size_t length = std::strlen(s.get());
+
+  std::optional<icu::UnicodeString> host = utf8_to_qxstring(s.get());
+  if (host) {
+    std::unique_ptr<char[]> back(new char[length + 1]);
+    utf8_from_zvstring(back.get(), host, length + 1);
+    require(std::strcmp(back.get(), s.get()) == 0);
+  } else {
+    require(length == 0 || utf8_to_zvstring(s.get()) == std::nullopt);
+  }
+
+  // The same bytes as UTF-16 units, unpaired surrogates included.
+  icu::UnicodeString units;
+  for (std::size_t i = 0; i + 1 < size; i += 2)
+    units.append(static_cast<char16_t>(data[i] | (data[i + 1] << 8)));
+  if (capacity > 0) {
+    std::unique_ptr<char[]> dst(new char[capacity]);
+    utf8_from_qxstring(dst.get(), units, capacity);
+    require(std::strlen(dst.get()) < capacity);
+    require(utf8_strlen(dst.get()) <= static_cast<std::size_t>(units.length()));
+
+    std::unique_ptr<char[]> nfd(new char[capacity]);
+    utf8_to_fileSystemRepresentation(nfd.get(), s.get(), capacity);
+    require(std::strlen(nfd.get()) < capacity);
+
+    std::optional<icu::UnicodeString> lost;
+    std::unique_ptr<char[]> legacy(new char[capacity]);
+    utf8_to_legacyFileSystemCString(legacy.get(), s.get(), capacity, &lost);
+    require(std::strlen(legacy.get()) < capacity);
+
+    std::unique_ptr<char[]> pascal(new char[capacity]);
+    utf8_to_legacyFileSystemPascalString(pascal.get(), s.get(), capacity, &lost);
+    require(static_cast<unsigned char>(pascal[0]) < capacity &&
+            static_cast<unsigned char>(pascal[0]) <= 254);
+  }
+  return 0;
+}

@@ -1,0 +1,132 @@
+// The UTF-8 walkers and copies on random bytes with random capacities. Every
+// string and destination is a heap block of exactly its size, so AddressSanitizer
+// sees any byte read or written outside it. The fast validation and counting
+// are also checked against the byte-by-byte rules.
+
+#include <vtcore/core/text/utf8.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+namespace {
+
+int referenceCheck(const unsigned char* s, std::size_t length) {
+  std::size_t expectedEnd = 0;
+  bool inSequence = false;
+  for (std::size_t i = 0; i < length; ++i) {
+    unsigned b = s[i];
+    if ((b & 0xC0) == 0x80 && !inSequence)
+      return 0;
+    if (b < 0x80) {
+      if (expectedEnd != i)
+        return 0;
+      expectedEnd = i + 1;
+      inSequence = false;
+    } else if ((b & 0xE0) == 0xC0) {
+      expectedEnd = i + 2, inSequence = true;
+    } else if ((b & 0xF0) == 0xE0) {
+      expectedEnd = i + 3, inSequence = true;
+    } else if ((b & 0xF8) == 0xF0) {
+      expectedEnd = i + 4, inSequence = true;
+    } else if ((b & 0xFC) == 0xF8) {
+      expectedEnd = i + 5, inSequence = true;
+    } else if ((b & 0xFD) == 0xFC) {
+      expectedEnd = i + 6, inSequence = true;
+    }
+  }
+  return expectedEnd == length ? 1 : 0;
+}
+
+void require(bool condition) {
+  if (!condition)
+    std::abort();
+}
+
+std::unique_ptr<char[]> exactBuffer(std::size_t size, char fill) {
+  std::unique_ptr<char[]> buffer(new char[size]);
+  std::memset(buffer.get(), fill, size);
+  return buffer;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 3)
+    return 0;
+  // Three control bytes: a capacity, a character count and a search byte.
+  const std::size_t capacity = data[0] % 24;
+  const std::size_t count = data[1] % 16;
+  const int c = static_cast<signed char>(data[2]);
+  data += 3;
+  size -= 3;
+
+  std::unique_ptr<char[]> s(new char[size + 1]);
+  std::memcpy(s.get(), data, size);
+  s[size] = 0;
+  const std::size_t length = std::strlen(s.get());
+  const auto* u = reinterpret_cast<const unsigned char*>(s.get());
+
+  require(utf8_check(s.get()) == referenceCheck(u, length));
+  require(utf8_check_no_assertion(s.get()) == utf8_check(s.get()));
+  bool ascii = true;
+  for (std::size_t i = 0; i < length; ++i)
+    ascii = ascii && u[i] < 0x80;
+  require(utf8_is_ascii(s.get(), 0) == (ascii ? 1 : 0));
+  (void)utf8_is_ascii(s.get(), capacity);
+
+  std::size_t steps = 0;
+  for (const char* p = s.get(); p != nullptr && *p != 0; p = utf8_next(p))
+    ++steps;
+  require(utf8_strlen(s.get()) <= length);
+  require(utf8_strlen(s.get()) == steps || utf8_strlen(s.get()) + 1 == steps);
+
+  // utf8_previous has no lower bound: only walk back while a lead byte lies
+  // ahead of the position inside the string.
+  std::size_t firstLead = 0;
+  while (firstLead < length && (u[firstLead] & 0xC0) == 0x80)
+    ++firstLead;
+  const char* end = s.get() + length;
+  for (const char* p = end; p > s.get() + firstLead;) {
+    p = utf8_previous(p);
+    if (p == nullptr)
+      break;
+  }
+
+  const char* found = utf8_strchr(s.get(), c);
+  require(found == nullptr || (found >= s.get() && found <= end));
+  const char* last = utf8_strrchr(s.get(), c);
+  require(last == nullptr || (last >= s.get() && last <= end));
+
+  // The copies never write outside their capacity and always produce a
+  // prefix of the source (after any leading continuation bytes).
+  const char* from = s.get();
+  while ((static_cast<unsigned char>(*from) & 0xC0) == 0x80)
+    ++from;
+  {
+    auto dst = exactBuffer(capacity == 0 ? 1 : capacity, '\x55');
+    utf8_strncpy(dst.get(), s.get(), capacity);
+    std::size_t copied = strnlen(dst.get(), capacity);
+    require(std::memcmp(dst.get(), from, copied) == 0);
+  }
+  if (capacity > 0) {
+    auto dst = exactBuffer(capacity, '\x55');
+    utf8_strlcpy(dst.get(), s.get(), capacity);
+    require(std::strncmp(dst.get(), from, std::strlen(dst.get())) == 0);
+    utf8_strlcat(dst.get(), s.get(), capacity);
+    require(std::strlen(dst.get()) < capacity);
+
+    auto chars = exactBuffer(capacity, '\x55');
+    utf8_copy_chars(chars.get(), s.get(), count, capacity);
+    require(std::strlen(chars.get()) < capacity);
+    require(chars[0] == 0 || utf8_check(s.get()) == 1);
+    require(std::strncmp(chars.get(), s.get(), std::strlen(chars.get())) == 0);
+
+    auto unterminated = exactBuffer(capacity, 'x');
+    utf8_strlcat(unterminated.get(), s.get(), capacity);
+  }
+  return 0;
+}
