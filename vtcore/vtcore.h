@@ -10,6 +10,11 @@
 #include <vtcore/core/diagnostics/mem.h>
 
 // Text and data
+#include <vtcore/core/text/byte_swap.h>
+#include <vtcore/core/text/crc.h>
+#include <vtcore/core/text/data_compression.h>
+#include <vtcore/core/text/data_dispatch.h>
+#include <vtcore/core/text/sample_convert.h>
 
 // Memory and objects
 #include <vtcore/core/memory/user_defaults.h>
