@@ -10,15 +10,11 @@
 #include <memory>
 #include <string>
 
+#include <sys/mman.h>
 #include <zlib.h>
 
 namespace vtcore::byte_buffer {
 namespace {
-
-struct FreeDeleter {
-  void operator()(unsigned char* p) const noexcept { std::free(p); }
-};
-using RawBuffer = std::unique_ptr<unsigned char, FreeDeleter>;
 
 // Ends an inflate stream on every path out of decompressedData.
 struct InflateStream {
@@ -28,6 +24,71 @@ struct InflateStream {
     if (open)
       inflateEnd(&stream);
   }
+};
+
+// The output of an inflate: a block that grows without copying. Small
+// blocks live on the heap; past a few MiB the block moves once into its own
+// mapping that doubles by mremap (page tables move, bytes do not) and asks
+// for transparent huge pages, since it is written once from start to end and
+// a 2 MiB page costs one fault instead of 512.
+class OutputBlock {
+public:
+  OutputBlock() = default;
+  OutputBlock(const OutputBlock&) = delete;
+  OutputBlock& operator=(const OutputBlock&) = delete;
+  ~OutputBlock() {
+    if (mapped_ != 0)
+      munmap(data_, mapped_);
+    else
+      std::free(data_);
+  }
+
+  unsigned char* data() const { return data_; }
+
+  /// Makes at least `size` bytes usable, keeping the contents; false when
+  /// memory runs out.
+  bool reserve(std::size_t size) {
+    if (size <= usable_)
+      return true;
+    if (size <= kHeapLimit) {
+      auto* grown = static_cast<unsigned char*>(std::realloc(data_, size));
+      if (grown == nullptr)
+        return false;
+      data_ = grown;
+      usable_ = size;
+      return true;
+    }
+    std::size_t target = std::max(size, usable_ * 2);
+    target = (target + kHugePage - 1) & ~(kHugePage - 1);
+    if (target < size)
+      return false; // overflow
+    if (mapped_ == 0) {
+      void* block =
+          mmap(nullptr, target, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+      if (block == MAP_FAILED)
+        return false;
+      madvise(block, target, MADV_HUGEPAGE);
+      if (data_ != nullptr)
+        std::memcpy(block, data_, usable_);
+      std::free(data_);
+      data_ = static_cast<unsigned char*>(block);
+    } else {
+      void* block = mremap(data_, mapped_, target, MREMAP_MAYMOVE);
+      if (block == MAP_FAILED)
+        return false;
+      data_ = static_cast<unsigned char*>(block);
+    }
+    mapped_ = target;
+    usable_ = target;
+    return true;
+  }
+
+private:
+  static constexpr std::size_t kHeapLimit = std::size_t{4} << 20;
+  static constexpr std::size_t kHugePage = std::size_t{2} << 20;
+  unsigned char* data_ = nullptr;
+  std::size_t usable_ = 0;
+  std::size_t mapped_ = 0;
 };
 
 std::string describe(std::span<const std::uint8_t> bytes) {
@@ -82,11 +143,8 @@ std::optional<std::vector<std::uint8_t>> decompressedData(std::span<const std::u
     return std::nullopt; // zlib takes its input length as a 32-bit count
   const std::size_t step = n / 2;
   std::size_t capacity = n + step;
-  // A growable block rather than a vector: realloc of a large block remaps
-  // pages instead of copying, so the small growth steps of a highly
-  // compressible stream stay linear, and nothing is zero-filled first.
-  RawBuffer buffer(static_cast<unsigned char*>(std::malloc(capacity)));
-  if (!buffer)
+  OutputBlock buffer;
+  if (!buffer.reserve(capacity))
     return std::nullopt;
 
   InflateStream inflater;
@@ -102,18 +160,15 @@ std::optional<std::vector<std::uint8_t>> decompressedData(std::span<const std::u
     if (produced >= capacity) {
       if (step > std::numeric_limits<std::size_t>::max() - capacity)
         return std::nullopt;
-      auto* grown = static_cast<unsigned char*>(std::realloc(buffer.get(), capacity + step));
-      if (grown == nullptr)
+      if (!buffer.reserve(capacity + step))
         return std::nullopt;
-      buffer.release();
-      buffer.reset(grown);
       capacity += step;
     }
     const std::size_t space = capacity - produced;
     // zlib counts output space in 32 bits; a larger gap is filled in pieces.
     const uInt chunk =
         static_cast<uInt>(std::min<std::size_t>(space, std::numeric_limits<uInt>::max()));
-    inflater.stream.next_out = buffer.get() + produced;
+    inflater.stream.next_out = buffer.data() + produced;
     inflater.stream.avail_out = chunk;
     const int status = inflate(&inflater.stream, Z_SYNC_FLUSH);
     produced += chunk - inflater.stream.avail_out;
@@ -133,7 +188,7 @@ std::optional<std::vector<std::uint8_t>> decompressedData(std::span<const std::u
   try {
     std::vector<std::uint8_t> result;
     result.reserve(produced);
-    result.insert(result.end(), buffer.get(), buffer.get() + produced);
+    result.insert(result.end(), buffer.data(), buffer.data() + produced);
     return result;
   } catch (const std::bad_alloc&) {
     return std::nullopt;
