@@ -172,6 +172,16 @@ floatsToIntegersAvx2(unsigned char* dst, const float* src, std::size_t count) {
     }
   } else if constexpr (Width == 2) {
     const __m128i swap = _mm_load_si128(reinterpret_cast<const __m128i*>(kSwap16));
+    const __m256i swap2 = _mm256_broadcastsi128_si256(swap);
+    for (; i + 16 <= count; i += 16) {
+      const __m256i a = _mm256_srai_epi32(floatsToIntegers32Avx2(_mm256_loadu_ps(src + i)), 16);
+      const __m256i b = _mm256_srai_epi32(floatsToIntegers32Avx2(_mm256_loadu_ps(src + i + 8)), 16);
+      // The pack works lane by lane; the permute puts the four quarters in order.
+      __m256i words = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8);
+      if constexpr (!Little)
+        words = _mm256_shuffle_epi8(words, swap2);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i), words);
+    }
     for (; i + 8 <= count; i += 8) {
       const __m256i r = _mm256_srai_epi32(floatsToIntegers32Avx2(_mm256_loadu_ps(src + i)), 16);
       __m128i words = _mm_packs_epi32(_mm256_castsi256_si128(r), _mm256_extracti128_si256(r, 1));

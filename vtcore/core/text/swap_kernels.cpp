@@ -76,6 +76,65 @@ __attribute__((target("avx2"))) void reverseAvx2(unsigned char* dst, const unsig
     reverseOne<Width>(dst + i, src + i);
 }
 
+// 3-byte samples straddle the 16-byte lanes, so each 48-byte block (16
+// samples) is rebuilt from its three 16-byte pieces: output piece r takes its
+// bytes from input piece s through mask kSwap24[r][s] (0x80 = none). Two
+// blocks travel side by side in the two lanes of a 256-bit register.
+struct Swap24Masks {
+  unsigned char mask[3][3][16];
+};
+
+constexpr Swap24Masks makeSwap24Masks() {
+  Swap24Masks m{};
+  for (int r = 0; r < 3; ++r)
+    for (int s = 0; s < 3; ++s)
+      for (int j = 0; j < 16; ++j) {
+        const int out = 16 * r + j;
+        const int in = 3 * (out / 3) + (2 - out % 3);
+        m.mask[r][s][j] = in / 16 == s ? static_cast<unsigned char>(in % 16) : 0x80;
+      }
+  return m;
+}
+
+constexpr Swap24Masks kSwap24 = makeSwap24Masks();
+
+__attribute__((target("avx2"))) inline __m256i swap24Mask(int r, int s) {
+  const __m128i half = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kSwap24.mask[r][s]));
+  return _mm256_broadcastsi128_si256(half);
+}
+
+// Piece q of this block in the low lane, of the next block in the high lane.
+__attribute__((target("avx2"))) inline __m256i loadPieces(const unsigned char* q) {
+  return _mm256_inserti128_si256(
+      _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(q))),
+      _mm_loadu_si128(reinterpret_cast<const __m128i*>(q + 48)), 1);
+}
+
+__attribute__((target("avx2"))) inline void storePieces(unsigned char* q, __m256i v) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(q), _mm256_castsi256_si128(v));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(q + 48), _mm256_extracti128_si256(v, 1));
+}
+
+__attribute__((target("avx2"))) void reverse24Avx2(unsigned char* p, std::size_t count) noexcept {
+  const __m256i m00 = swap24Mask(0, 0), m01 = swap24Mask(0, 1), m10 = swap24Mask(1, 0),
+                m11 = swap24Mask(1, 1), m12 = swap24Mask(1, 2), m21 = swap24Mask(2, 1),
+                m22 = swap24Mask(2, 2);
+  std::size_t i = 0;
+  for (; i + 32 <= count; i += 32, p += 96) {
+    const __m256i a = loadPieces(p), b = loadPieces(p + 16), c = loadPieces(p + 32);
+    storePieces(p, _mm256_or_si256(_mm256_shuffle_epi8(a, m00), _mm256_shuffle_epi8(b, m01)));
+    storePieces(p + 16, _mm256_or_si256(_mm256_or_si256(_mm256_shuffle_epi8(a, m10),
+                                                        _mm256_shuffle_epi8(b, m11)),
+                                        _mm256_shuffle_epi8(c, m12)));
+    storePieces(p + 32, _mm256_or_si256(_mm256_shuffle_epi8(b, m21), _mm256_shuffle_epi8(c, m22)));
+  }
+  for (; i < count; ++i, p += 3) {
+    const unsigned char first = p[0];
+    p[0] = p[2];
+    p[2] = first;
+  }
+}
+
 __attribute__((target("avx2"))) void flipAvx2(unsigned char* p, std::size_t count) noexcept {
   const __m256i bit = _mm256_set1_epi8(static_cast<char>(0x80));
   std::size_t i = 0;
@@ -124,6 +183,10 @@ void reverseValues(void* dst, const void* src, std::size_t count, int width) noe
 
 void reverse24(void* samples, std::size_t count) noexcept {
   auto* p = static_cast<unsigned char*>(samples);
+#ifdef VTCORE_HAVE_X86_KERNELS
+  if (useAvx2())
+    return reverse24Avx2(p, count);
+#endif
   // Unrolled by four samples: the 3-byte stride defeats the byte shuffles of
   // the other widths, and the loop stays short enough to be memory-bound.
   std::size_t i = 0;
