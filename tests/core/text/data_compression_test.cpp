@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -67,6 +68,27 @@ TEST(CompressedData, EmptyInputGivesNullAndCapacityFollowsTheOldBound) {
   EXPECT_EQ(compressedDataCapacity(1000000), 1001012u);
   EXPECT_EQ(compressedDataCapacity(1), 13u);
   EXPECT_EQ(compressedDataCapacity(0), 12u);
+}
+
+TEST(CompressedData, FailureGoesToTheAssertionHandler) {
+  // A length no buffer can hold makes the compressor fail before any byte of
+  // the input is read.
+  const std::uint8_t byte = 0;
+  const std::span<const std::uint8_t> impossible(&byte, SIZE_MAX / 2);
+  try {
+    (void)compressedData(impossible);
+    FAIL() << "the default handler throws";
+  } catch (const KWException& e) {
+    EXPECT_EQ(e.name(), "KWInternalInconsistencyException");
+    EXPECT_EQ(e.reason(), "-compressedData error");
+  }
+  vtcore::AssertionFailure seen;
+  auto previous = vtcore::setAssertionHandler([&](const vtcore::AssertionFailure& f) { seen = f; });
+  EXPECT_FALSE(compressedData(impossible));
+  vtcore::setAssertionHandler(previous);
+  EXPECT_EQ(seen.operation, "compressedData");
+  EXPECT_EQ(seen.line, 36);
+  EXPECT_EQ(seen.description, "-compressedData error");
 }
 
 TEST(DecompressedData, ReadsZlibStreamsOfEveryLevel) {
