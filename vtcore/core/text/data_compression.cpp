@@ -31,6 +31,20 @@ struct InflateStream {
 // mapping that doubles by mremap (page tables move, bytes do not) and asks
 // for transparent huge pages, since it is written once from start to end and
 // a 2 MiB page costs one fault instead of 512.
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+
+// Asks for transparent huge pages on the whole 2 MiB pages inside a large,
+// not yet touched block: one fault per 2 MiB instead of 512. Only a hint.
+void preferHugePages(void* block, std::size_t size) {
+  if (size < 4 * kHugePage)
+    return;
+  const auto begin = reinterpret_cast<std::uintptr_t>(block);
+  const auto start = (begin + kHugePage - 1) & ~(kHugePage - 1);
+  const auto end = (begin + size) & ~(kHugePage - 1);
+  if (end > start)
+    madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
+}
+
 class OutputBlock {
 public:
   OutputBlock() = default;
@@ -85,7 +99,6 @@ public:
 
 private:
   static constexpr std::size_t kHeapLimit = std::size_t{4} << 20;
-  static constexpr std::size_t kHugePage = std::size_t{2} << 20;
   unsigned char* data_ = nullptr;
   std::size_t usable_ = 0;
   std::size_t mapped_ = 0;
@@ -188,6 +201,7 @@ std::optional<std::vector<std::uint8_t>> decompressedData(std::span<const std::u
   try {
     std::vector<std::uint8_t> result;
     result.reserve(produced);
+    preferHugePages(result.data(), produced);
     result.insert(result.end(), buffer.data(), buffer.data() + produced);
     return result;
   } catch (const std::bad_alloc&) {
