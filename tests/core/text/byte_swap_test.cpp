@@ -177,10 +177,12 @@ TEST(SwapData, CopiesSwapsAndReportsTheItemThatDidNotFit) {
 class SwapPaths : public ::testing::TestWithParam<vtcore::DataCodePath> {
 protected:
   void SetUp() override {
+    previous_ = vtcore::dataCodePath();
     if (!vtcore::setDataCodePath(GetParam()))
       GTEST_SKIP() << "processor lacks " << vtcore::dataCodePathName(GetParam());
   }
-  void TearDown() override { vtcore::setDataCodePath(vtcore::DataCodePath::Portable); }
+  void TearDown() override { vtcore::setDataCodePath(previous_); }
+  vtcore::DataCodePath previous_{};
 };
 
 Bytes randomBytes(std::size_t n, unsigned seed) {

@@ -123,10 +123,12 @@ std::vector<float> floatSamples() {
 class ConverterPaths : public ::testing::TestWithParam<vtcore::DataCodePath> {
 protected:
   void SetUp() override {
+    previous_ = vtcore::dataCodePath();
     if (!vtcore::setDataCodePath(GetParam()))
       GTEST_SKIP() << "processor lacks " << vtcore::dataCodePathName(GetParam());
   }
-  void TearDown() override { vtcore::setDataCodePath(vtcore::DataCodePath::Portable); }
+  void TearDown() override { vtcore::setDataCodePath(previous_); }
+  vtcore::DataCodePath previous_{};
 };
 
 TEST_P(ConverterPaths, IntegersToFloatsMatchTheExponentTrickExactly) {

@@ -69,8 +69,6 @@ FieldShape shapeOf(int code) {
     return {6, code, 0};
   case 20:
     return {16, code, 0};
-  case 21:
-    return {2, code, 0};
   default:
     return {1, code, 0}; // 0-3 and unknown codes: nothing to swap
   }
@@ -123,9 +121,9 @@ unsigned char* swapRecordLength(unsigned char* p) {
 }
 
 unsigned char* swapField(unsigned char* p, int code) {
-  const FieldShape shape = shapeOf(code);
   if (code == 21)
     return swapRecordLength(p);
+  const FieldShape shape = shapeOf(code);
   if (shape.repeats == 0) {
     // A single field that would cross the limit stays unswapped.
     if (fitsWithin(p, static_cast<std::size_t>(shape.size), currentLimit()))
