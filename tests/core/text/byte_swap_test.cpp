@@ -259,7 +259,7 @@ TEST_P(SwapPaths, ProcessSwapIntelHandlesEachSampleWidth) {
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, SwapPaths,
                          ::testing::Values(vtcore::DataCodePath::Portable,
-                                           vtcore::DataCodePath::AVX2),
+                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2),
                          [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 } // namespace

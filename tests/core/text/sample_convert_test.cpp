@@ -261,7 +261,7 @@ TEST_P(ConverterPaths, ConvertsInPlaceInBothDirections) {
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, ConverterPaths,
                          ::testing::Values(vtcore::DataCodePath::Portable,
-                                           vtcore::DataCodePath::AVX2),
+                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2),
                          [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 TEST(SampleConverters, FloatFormatsSwapOrWidenExactly) {

@@ -17,6 +17,8 @@ bool processorHas(const char* feature) noexcept {
   std::string_view name(feature);
   if (name == "avx2")
     return __builtin_cpu_supports("avx2");
+  if (name == "ssse3")
+    return __builtin_cpu_supports("ssse3");
   if (name == "pclmul")
     return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
 #endif
@@ -32,6 +34,8 @@ bool dataCodePathAvailable(DataCodePath path) noexcept {
     return true;
   case DataCodePath::AVX2:
     return processorHas("avx2");
+  case DataCodePath::SSSE3:
+    return processorHas("ssse3");
   }
   return false;
 }
@@ -50,8 +54,12 @@ bool crc32MethodAvailable(Crc32Method method) noexcept {
 DataCodePath dataCodePath() noexcept {
   int path = g_path.load(std::memory_order_relaxed);
   if (path == kUnset) {
-    path = static_cast<int>(dataCodePathAvailable(DataCodePath::AVX2) ? DataCodePath::AVX2
-                                                                      : DataCodePath::Portable);
+    DataCodePath best = DataCodePath::Portable;
+    if (dataCodePathAvailable(DataCodePath::AVX2))
+      best = DataCodePath::AVX2;
+    else if (dataCodePathAvailable(DataCodePath::SSSE3))
+      best = DataCodePath::SSSE3;
+    path = static_cast<int>(best);
     g_path.store(path, std::memory_order_relaxed);
   }
   return static_cast<DataCodePath>(path);
@@ -83,7 +91,15 @@ bool setCrc32Method(Crc32Method method) noexcept {
 }
 
 const char* dataCodePathName(DataCodePath path) noexcept {
-  return path == DataCodePath::AVX2 ? "avx2" : "portable";
+  switch (path) {
+  case DataCodePath::AVX2:
+    return "avx2";
+  case DataCodePath::SSSE3:
+    return "ssse3";
+  case DataCodePath::Portable:
+    break;
+  }
+  return "portable";
 }
 
 const char* crc32MethodName(Crc32Method method) noexcept {

@@ -12,6 +12,7 @@ namespace vtcore {
 enum class DataCodePath {
   Portable, ///< plain C++, runs on every processor
   AVX2,     ///< 256-bit byte shuffles and conversions (x86-64 with AVX2)
+  SSSE3,    ///< 128-bit byte shuffles and conversions (x86-64 with SSSE3)
 };
 
 /// Ways of computing CRC-32; all give identical results.
@@ -35,7 +36,7 @@ VTCORE_EXPORT Crc32Method crc32Method() noexcept;
 VTCORE_EXPORT bool setDataCodePath(DataCodePath path) noexcept;
 VTCORE_EXPORT bool setCrc32Method(Crc32Method method) noexcept;
 
-/// Short lower-case names ("portable", "avx2", "reference", "slicing16",
+/// Short lower-case names ("portable", "avx2", "ssse3", "reference", "slicing16",
 /// "carryless-fold") for reports.
 VTCORE_EXPORT const char* dataCodePathName(DataCodePath path) noexcept;
 VTCORE_EXPORT const char* crc32MethodName(Crc32Method method) noexcept;
