@@ -3,6 +3,7 @@
 #include <vtcore/core/diagnostics/exception.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,11 +27,6 @@ struct InflateStream {
   }
 };
 
-// The output of an inflate: a block that grows without copying. Small
-// blocks live on the heap; past a few MiB the block moves once into its own
-// mapping that doubles by mremap (page tables move, bytes do not) and asks
-// for transparent huge pages, since it is written once from start to end and
-// a 2 MiB page costs one fault instead of 512.
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 // Asks for transparent huge pages on the whole 2 MiB pages inside a large,
@@ -45,6 +41,11 @@ void preferHugePages(void* block, std::size_t size) {
     madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
 }
 
+// The output of an inflate: a block that grows without copying. Small
+// blocks live on the heap; past a few MiB the block moves once into its own
+// mapping that doubles by mremap (page tables move, bytes do not) and asks
+// for transparent huge pages, since it is written once from start to end and
+// a 2 MiB page costs one fault instead of 512.
 class OutputBlock {
 public:
   OutputBlock() = default;
