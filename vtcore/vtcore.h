@@ -12,6 +12,11 @@
 // Text and data
 #include <vtcore/core/text/string_extension.h>
 #include <vtcore/core/text/utf8.h>
+#include <vtcore/core/text/byte_swap.h>
+#include <vtcore/core/text/crc.h>
+#include <vtcore/core/text/data_compression.h>
+#include <vtcore/core/text/data_dispatch.h>
+#include <vtcore/core/text/sample_convert.h>
 
 // Memory and objects
 #include <vtcore/core/memory/user_defaults.h>
