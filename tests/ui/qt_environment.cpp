@@ -1,0 +1,30 @@
+// One QApplication for every UI test, made before the first test runs and
+// only then, so that listing the tests needs no display.
+#include <QApplication>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+class QtEnvironment : public testing::Environment {
+public:
+  void SetUp() override {
+    // The tests run offscreen unless the environment chooses a platform.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+      qputenv("QT_QPA_PLATFORM", "offscreen");
+    m_application = std::make_unique<QApplication>(m_argc, m_argv);
+  }
+  void TearDown() override { m_application.reset(); }
+
+private:
+  char m_name[16] = "vtcore-ui-test";
+  char* m_argv[2] = {m_name, nullptr};
+  int m_argc = 1;
+  std::unique_ptr<QApplication> m_application;
+};
+
+[[maybe_unused]] testing::Environment* const environment =
+    testing::AddGlobalTestEnvironment(new QtEnvironment);
+
+} // namespace
