@@ -5,6 +5,14 @@
 
 #include <memory>
 
+// Leaks of system libraries that Qt's xcb platform loads (D-Bus for the
+// accessibility bridge, fontconfig's caches) are not ours and end with the
+// process; LeakSanitizer reads this list when it is linked in.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+  return "leak:libdbus-1.so\nleak:libfontconfig.so\n";
+}
+
 namespace {
 
 class QtEnvironment : public testing::Environment {

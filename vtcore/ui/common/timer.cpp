@@ -48,7 +48,13 @@ void KwTimerProxy::action(QTimer* /*timer*/) {
 KwTimer::KwTimer(double interval, QObject* target, const char* selector, QVariant userInfo,
                  bool repeats)
     : m_interval(sanitizedInterval(interval)), m_repeats(repeats),
-      m_proxy(std::make_unique<KwTimerProxy>(target, selector, std::move(userInfo), this)) {}
+      m_timer(std::make_unique<QTimer>()),
+      m_proxy(std::make_unique<KwTimerProxy>(target, selector, std::move(userInfo), this)) {
+  m_timer->setTimerType(Qt::PreciseTimer);
+  QTimer* timer = m_timer.get();
+  KwTimerProxy* proxy = m_proxy.get();
+  QObject::connect(timer, &QTimer::timeout, proxy, [proxy, timer] { proxy->action(timer); });
+}
 
 KwTimer::KwTimer(double interval, QObject* target, const char* selector, QVariant userInfo)
     : KwTimer(interval, target, selector, std::move(userInfo), true) {}
@@ -64,13 +70,6 @@ void KwTimer::start() {
 void KwTimer::startWithTimeInterval(double seconds) {
   if (isActive())
     return;
-  if (!m_timer) {
-    m_timer = std::make_unique<QTimer>();
-    m_timer->setTimerType(Qt::PreciseTimer);
-    QTimer* timer = m_timer.get();
-    KwTimerProxy* proxy = m_proxy.get();
-    QObject::connect(timer, &QTimer::timeout, proxy, [proxy, timer] { proxy->action(timer); });
-  }
   // The Qt timer stops itself before its timeout when it is single-shot, so
   // the owner is already stopped when the proxy runs; the proxy stops it
   // again all the same, which keeps fire() and a real firing alike.

@@ -12,7 +12,8 @@
 // signal fired() is emitted. A timer that does not repeat is stopped before
 // either happens, so isActive() answers false inside the action.
 //
-// A KwTimer belongs to the thread that created it; it takes no locks.
+// A KwTimer belongs to the thread that created it: its runs are scheduled on
+// that thread's event loop. It takes no locks.
 #pragma once
 
 #include <vtcore/export.h>
@@ -111,9 +112,10 @@ private:
 
   double m_interval;
   bool m_repeats;
-  // One Qt timer serves every run: a start after a stop schedules it anew,
-  // which is what a fresh timer would do, and the timer is never destroyed
-  // while it is delivering its own timeout.
+  // One Qt timer, made with the KwTimer on its thread, serves every run: a
+  // start after a stop schedules it anew, which is all a fresh timer would
+  // do, and no timer is ever destroyed while delivering its own timeout
+  // (unless the target destroys the KwTimer itself, which Qt allows).
   std::unique_ptr<QTimer> m_timer;
   std::unique_ptr<KwTimerProxy> m_proxy;
 };
