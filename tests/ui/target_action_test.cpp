@@ -88,25 +88,6 @@ TEST(TargetAction, DestroyedTargetIsNeverCalled) {
   EXPECT_FALSE(link.send(&sender));
 }
 
-TEST(TargetAction, TargetAndActionCanBeChanged) {
-  ActionTarget first;
-  ActionTarget second;
-  ActionSender sender;
-  vtcore::TargetAction link;
-  EXPECT_FALSE(link.send(&sender));
-  link.setTarget(&first);
-  link.setAction("clicked( ActionSender* )");
-  EXPECT_EQ(link.action(), QByteArray("clicked(ActionSender*)"));
-  EXPECT_TRUE(link.send(&sender));
-  link.setTarget(&second);
-  EXPECT_TRUE(link.send(&sender));
-  link.setAction(nullptr);
-  EXPECT_TRUE(link.action().isEmpty());
-  EXPECT_FALSE(link.send(&sender));
-  EXPECT_EQ(first.calls, 1);
-  EXPECT_EQ(second.calls, 1);
-}
-
 namespace {
 
 // The shape every control's delegate interface takes.
@@ -138,7 +119,7 @@ TEST(DelegatePointer, UnansweredQuestionsFallBackAndDeadDelegatesReadAsNull) {
   auto copy = std::make_unique<AnsweringDelegate>(*answering);
   vtcore::DelegatePointer<SampleDelegate> toCopy = copy.get();
   answering.reset();
-  EXPECT_EQ(pointer.get(), nullptr);
+  EXPECT_FALSE(pointer);
   EXPECT_EQ(toCopy->valueFor(1), 10);
 }
 
