@@ -3,6 +3,11 @@ include(CMakePackageConfigHelpers)
 set(VTCORE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VTCore)
 
 install(EXPORT VTCoreTargets NAMESPACE VTCore:: DESTINATION ${VTCORE_CMAKE_DIR})
+if(TARGET vtcore-ui)
+  set(VTCORE_HAS_UI ON)
+else()
+  set(VTCORE_HAS_UI OFF)
+endif()
 configure_package_config_file(cmake/VTCoreConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/VTCoreConfig.cmake
   INSTALL_DESTINATION ${VTCORE_CMAKE_DIR})
