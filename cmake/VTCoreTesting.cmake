@@ -1,4 +1,5 @@
-# vtcore_add_gtest(<name> SOURCES <files...> [LIBS <libs...>] [ENV <VAR=value...>])
+# vtcore_add_gtest(<name> SOURCES <files...> [LIBS <libs...>] [ENV <VAR=value...>]
+#                  [LABELS <labels...>])
 # One GoogleTest executable, linked with the core library, its tests
 # registered one by one with CTest.
 function(vtcore_add_gtest name)
@@ -9,8 +10,11 @@ function(vtcore_add_gtest name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   vtcore_set_warnings(${name})
   set(props "")
+  # gtest_discover_tests flattens list-valued PROPERTIES, so the environment
+  # is given to the test command itself (discovery and every test run go
+  # through the target's emulator).
   if(ARG_ENV)
-    list(APPEND props ENVIRONMENT "${ARG_ENV}")
+    set_property(TARGET ${name} PROPERTY CROSSCOMPILING_EMULATOR env ${ARG_ENV})
   endif()
   if(ARG_LABELS)
     list(APPEND props LABELS "${ARG_LABELS}")
