@@ -55,7 +55,8 @@ ReadResult readDocument(const std::filesystem::path& path, nlohmann::json& docum
 bool writeDocumentAtomically(const std::filesystem::path& path, const nlohmann::json& document) {
   std::error_code error;
   std::filesystem::create_directories(path.parent_path(), error);
-  std::string temporary = (path.parent_path() / ("." + path.filename().string() + ".XXXXXX")).string();
+  std::string temporary =
+      (path.parent_path() / ("." + path.filename().string() + ".XXXXXX")).string();
   int fd = mkstemp(temporary.data());
   if (fd < 0)
     return false;
@@ -87,7 +88,8 @@ public:
   explicit FileLock(const std::filesystem::path& path) {
     std::error_code error;
     std::filesystem::create_directories(path.parent_path(), error);
-    const std::string lockPath = (path.parent_path() / ("." + path.filename().string() + ".lock")).string();
+    const std::string lockPath =
+        (path.parent_path() / ("." + path.filename().string() + ".lock")).string();
     fd_ = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd_ >= 0)
       while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
@@ -198,15 +200,16 @@ long long UserDefaults::integerForKey(const std::string& key) {
   return value ? defaultsIntegerValue(*value) : 0;
 }
 
-bool UserDefaults::hasKey(const std::string& key) { return objectForKey(key).has_value(); }
+bool UserDefaults::hasKey(const std::string& key) {
+  return objectForKey(key).has_value();
+}
 
 bool UserDefaults::setObject(const nlohmann::json& value, const std::string& key) {
   std::lock_guard lock(mutex_);
   FileLock fileLock(path_);
   nlohmann::json document = nlohmann::json::object();
   if (readDocument(path_, document) == ReadResult::Damaged) {
-    KWLogCString(3, true, "UserDefaults", "cannot parse %s: not overwriting it",
-                 path_.c_str());
+    KWLogCString(3, true, "UserDefaults", "cannot parse %s: not overwriting it", path_.c_str());
     return false;
   }
   document[key] = value;
@@ -226,8 +229,7 @@ bool UserDefaults::removeObjectForKey(const std::string& key) {
   nlohmann::json document = nlohmann::json::object();
   auto result = readDocument(path_, document);
   if (result == ReadResult::Damaged) {
-    KWLogCString(3, true, "UserDefaults", "cannot parse %s: not overwriting it",
-                 path_.c_str());
+    KWLogCString(3, true, "UserDefaults", "cannot parse %s: not overwriting it", path_.c_str());
     return false;
   }
   if (result == ReadResult::Missing || !document.contains(key))

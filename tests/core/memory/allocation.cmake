@@ -1,0 +1,13 @@
+# The allocator zone, the memory reserve and the leak guard.
+
+vtcore_add_gtest(malloc_zone_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/malloc_zone_test.cpp)
+
+# The reserve is off in 64-bit builds; its tests compile the reserve into the
+# test program with it switched on. The program's definitions take precedence
+# over the library's for every reserve function and global, while the zone
+# and its interposers stay the library's.
+vtcore_add_gtest(memory_reserve_test
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/memory_reserve_test.cpp
+          ${PROJECT_SOURCE_DIR}/vtcore/core/memory/memory_reserve.cpp
+  ENV VTCORE_DEFAULTS_FILE=${CMAKE_CURRENT_BINARY_DIR}/no-such-defaults.json)
+target_compile_definitions(memory_reserve_test PRIVATE VTCORE_MEMORY_RESERVE_ON_64BIT=1)
