@@ -11,3 +11,9 @@ vtcore_add_gtest(memory_reserve_test
           ${PROJECT_SOURCE_DIR}/vtcore/core/memory/memory_reserve.cpp
   ENV VTCORE_DEFAULTS_FILE=${CMAKE_CURRENT_BINARY_DIR}/no-such-defaults.json)
 target_compile_definitions(memory_reserve_test PRIVATE VTCORE_MEMORY_RESERVE_ON_64BIT=1)
+
+# Hooks and frame walks need the library's own interposers: not under the
+# sanitizers, which bring their allocator.
+if(NOT VTCORE_SANITIZER AND NOT VTCORE_BUILD_FUZZ)
+  vtcore_add_gtest(leak_guard_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/leak_guard_test.cpp)
+endif()

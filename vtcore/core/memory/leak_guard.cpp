@@ -138,7 +138,6 @@ VTCORE_HOOK_CODE CallChain walkCallChain(void* const* roots) {
   chain.addresses[0] = nullptr;
   const StackBounds bounds = threadStackBounds();
   auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-  bool skipping = true;
   bool complete = false;
   for (int depth = 0; depth < kMaxDepth; ++depth) {
     if (frame < bounds.low || frame > bounds.high - 16 || (frame & 7) != 0)
@@ -150,13 +149,9 @@ VTCORE_HOOK_CODE CallChain walkCallChain(void* const* roots) {
       complete = true;
       break;
     }
-    if (!(skipping && vtcore::detail::isHookCode(returnAddress))) {
-      skipping = false;
-      chain.record(returnAddress);
-      if (!chain.matched && isRoot(roots, next))
-        chain.matched = true;
-      if (chain.matched && chain.recorded >= 16)
-        return chain;
+    if (isRoot(roots, next)) {
+      chain.matched = true;
+      break;
     }
     if (next == 0) {
       complete = true;
@@ -166,13 +161,18 @@ VTCORE_HOOK_CODE CallChain walkCallChain(void* const* roots) {
       break;
     frame = next;
   }
-  if (chain.matched || complete)
+  if (!chain.matched && complete)
     return chain;
 
-  // The unwinder may allocate on first use; keep that out of the records.
+  // The unwinder reads the unwind tables, so it also sees the callers of
+  // functions without a frame record (operator new, strdup): it records the
+  // call chain of every tracked block, and decides whether the block is
+  // tracked where the frame-pointer chain could not. It may allocate on
+  // first use; keep that out of the records.
   vtcore::detail::HookReentrancyGuard guard;
   CallChain unwound;
   unwound.addresses[0] = nullptr;
+  unwound.matched = chain.matched;
   UnwindWalk walk{roots, &unwound, true};
   _Unwind_Backtrace(unwindStep, &walk);
   return unwound;
@@ -570,6 +570,13 @@ long KWLeakGuardHandler::ResetHistory(bool report) {
       head_->next = tail_;
       tail_->previous = head_;
     }
+    // The blocks outlive their records: their trailers must no longer point
+    // at them, or a later free would release a record twice.
+    KWMallocZone* zone = vtcore::defaultMallocZone();
+    for (Entry* entry = first; entry; entry = entry->next)
+      if (entry->block)
+        if (unsigned char* trailer = trackedTrailer(saved_, zone, entry->block))
+          std::memset(trailer + kMagicOffset, 0, 24);
   }
   vtcore::detail::HookReentrancyGuard untracked;
   const unsigned long limit = reportLimit_.load();
