@@ -17,3 +17,13 @@ target_compile_definitions(memory_reserve_test PRIVATE VTCORE_MEMORY_RESERVE_ON_
 if(NOT VTCORE_SANITIZER AND NOT VTCORE_BUILD_FUZZ)
   vtcore_add_gtest(leak_guard_test SOURCES ${CMAKE_CURRENT_LIST_DIR}/leak_guard_test.cpp)
 endif()
+
+# A program that links the core library and calls none of its functions,
+# exactly as an application linking only vtcore-ui would: the interposed
+# malloc family must still be in force (examples/direct_link checks the
+# installed package the same way).
+add_executable(direct_link_check ${PROJECT_SOURCE_DIR}/examples/direct_link/main.cpp)
+target_link_libraries(direct_link_check PRIVATE VTCore::vtcore ${CMAKE_DL_LIBS})
+if(NOT VTCORE_SANITIZER AND NOT VTCORE_BUILD_FUZZ)
+  add_test(NAME DirectLink.MallocFamilyIsTheCoreLibrarys COMMAND direct_link_check)
+endif()

@@ -15,3 +15,14 @@ vtcore_install_headers(core/memory
   ${CMAKE_CURRENT_LIST_DIR}/leak_guard.h)
 # The hook-code section's bounds stay private to the library.
 target_link_options(vtcore PRIVATE LINKER:-z,start-stop-visibility=hidden)
+
+# The interposed malloc family only takes effect when the core library is
+# ahead of libc in the program's lookup order, i.e. a direct dependency. With
+# --as-needed (Debian's default) a program that calls no core function itself
+# (or links only vtcore-ui) would drop it silently. Consumers therefore link
+# it a second time with --no-as-needed; the linker keeps it as needed.
+target_link_libraries(vtcore INTERFACE
+  "-Wl,--push-state,--no-as-needed"
+  "$<BUILD_INTERFACE:$<TARGET_LINKER_FILE:vtcore>>"
+  "$<INSTALL_INTERFACE:$<INSTALL_PREFIX>/${CMAKE_INSTALL_LIBDIR}/${CMAKE_SHARED_LIBRARY_PREFIX}vtcore${CMAKE_SHARED_LIBRARY_SUFFIX}>"
+  "-Wl,--pop-state")
