@@ -12,6 +12,9 @@
 // Text and data
 
 // Memory and objects
+#include <vtcore/core/memory/leak_guard.h>
+#include <vtcore/core/memory/malloc_zone.h>
+#include <vtcore/core/memory/memory_reserve.h>
 #include <vtcore/core/memory/user_defaults.h>
 
 // Music
