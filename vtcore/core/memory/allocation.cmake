@@ -26,3 +26,11 @@ target_link_libraries(vtcore INTERFACE
   "$<BUILD_INTERFACE:$<TARGET_LINKER_FILE:vtcore>>"
   "$<INSTALL_INTERFACE:$<INSTALL_PREFIX>/${CMAKE_INSTALL_LIBDIR}/${CMAKE_SHARED_LIBRARY_PREFIX}vtcore${CMAKE_SHARED_LIBRARY_SUFFIX}>"
   "-Wl,--pop-state")
+
+# The allocator's hot paths: without exceptions a call from the noexcept
+# malloc family may end in a plain jump (no terminate landing pad), and
+# without the PLT the jump into glibc goes straight through the GOT; the
+# reserve's own globals are read directly, not through the GOT.
+set_source_files_properties(
+  ${CMAKE_CURRENT_LIST_DIR}/malloc_zone.cpp ${CMAKE_CURRENT_LIST_DIR}/memory_reserve.cpp
+  TARGET_DIRECTORY vtcore PROPERTIES COMPILE_OPTIONS "-fno-exceptions;-fno-plt;-fno-semantic-interposition")

@@ -6,25 +6,22 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#if !defined(VTCORE_NO_MALLOC_INTERPOSE)
-// The C library's own allocator, under the names it exports for exactly this
-// purpose: a program that replaces malloc can still reach the original.
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_valloc(size_t size);
-void* __libc_realloc(void* block, size_t size);
-void __libc_free(void* block);
-}
-#define VTCORE_SYSTEM(name) __libc_##name
-#else
-#define VTCORE_SYSTEM(name) ::name
-#endif
-
 // Start and end of the hook-code section, provided by the linker.
 extern "C" {
 extern const char __start_vtcore_hooks[] __attribute__((visibility("hidden")));
 extern const char __stop_vtcore_hooks[] __attribute__((visibility("hidden")));
+}
+
+namespace {} // namespace
+
+extern "C" {
+// Named entries of the default zone, also used by the hooks (hook_code.h).
+VTCORE_HOOK_CODE void* vtcoreSystemMalloc(KWMallocZone*, size_t size) noexcept {
+  return VTCORE_SYSTEM(malloc)(size);
+}
+VTCORE_HOOK_CODE void vtcoreSystemFree(KWMallocZone*, void* block) noexcept {
+  VTCORE_SYSTEM(free)(block);
+}
 }
 
 namespace {
@@ -32,9 +29,7 @@ namespace {
 VTCORE_HOOK_CODE size_t systemSize(KWMallocZone*, const void* block) {
   return block ? malloc_usable_size(const_cast<void*>(block)) : 0;
 }
-VTCORE_HOOK_CODE void* systemMalloc(KWMallocZone*, size_t size) {
-  return VTCORE_SYSTEM(malloc)(size);
-}
+constexpr auto systemMalloc = vtcoreSystemMalloc;
 VTCORE_HOOK_CODE void* systemCalloc(KWMallocZone*, size_t count, size_t size) {
   return VTCORE_SYSTEM(calloc)(count, size);
 }
@@ -71,6 +66,8 @@ VTCORE_EXPORT VTCORE_HOOK_CODE void* malloc(size_t size) noexcept {
   auto entry = defaultZone.malloc.load(std::memory_order_relaxed);
   if (entry == systemMalloc) [[likely]]
     return __libc_malloc(size);
+  if (entry == vtcoreReserveMallocHook)
+    return vtcoreReserveMallocHook(&defaultZone, size);
   return entry(&defaultZone, size);
 }
 
@@ -78,6 +75,8 @@ VTCORE_EXPORT VTCORE_HOOK_CODE void* calloc(size_t count, size_t size) noexcept 
   auto entry = defaultZone.calloc.load(std::memory_order_relaxed);
   if (entry == systemCalloc) [[likely]]
     return __libc_calloc(count, size);
+  if (entry == vtcoreReserveCallocHook)
+    return vtcoreReserveCallocHook(&defaultZone, count, size);
   return entry(&defaultZone, count, size);
 }
 
@@ -85,6 +84,8 @@ VTCORE_EXPORT VTCORE_HOOK_CODE void* valloc(size_t size) noexcept {
   auto entry = defaultZone.valloc.load(std::memory_order_relaxed);
   if (entry == systemValloc) [[likely]]
     return __libc_valloc(size);
+  if (entry == vtcoreReserveVallocHook)
+    return vtcoreReserveVallocHook(&defaultZone, size);
   return entry(&defaultZone, size);
 }
 
@@ -99,6 +100,10 @@ VTCORE_EXPORT VTCORE_HOOK_CODE void free(void* block) noexcept {
   auto entry = defaultZone.free.load(std::memory_order_relaxed);
   if (entry == systemFree) [[likely]] {
     __libc_free(block);
+    return;
+  }
+  if (entry == vtcoreReserveFreeHook) {
+    vtcoreReserveFreeHook(&defaultZone, block);
     return;
   }
   entry(&defaultZone, block);

@@ -99,11 +99,32 @@ void readPreferencesOnce() {
 using Allocate = void* (*)(size_t);
 using Release = void (*)(void*);
 
+// When the saved entry is just the C library (nothing else was installed
+// before the reserve), the hooks call it directly: that keeps a hooked malloc
+// and free within a few instructions of glibc's own. (A copy of this file
+// built into a program rather than the library always goes through the
+// saved entry.)
+VTCORE_HOOK_CODE inline void* savedMalloc(KWMallocZone* zone, size_t size) {
+  const auto entry = g_tKWMemReserveSystemZone.malloc;
+#if defined(VTCORE_BUILDING_CORE)
+  if (entry == vtcoreSystemMalloc) [[likely]]
+    return VTCORE_SYSTEM(malloc)(size);
+#endif
+  return entry(zone, size);
+}
+VTCORE_HOOK_CODE inline void savedFree(KWMallocZone* zone, void* block) {
+  const auto entry = g_tKWMemReserveSystemZone.free;
+#if defined(VTCORE_BUILDING_CORE)
+  if (entry == vtcoreSystemFree) [[likely]]
+    return VTCORE_SYSTEM(free)(block);
+#endif
+  entry(zone, block);
+}
 VTCORE_HOOK_CODE void* savedMalloc(size_t size) {
-  return g_tKWMemReserveSystemZone.malloc(vtcore::defaultMallocZone(), size);
+  return savedMalloc(vtcore::defaultMallocZone(), size);
 }
 VTCORE_HOOK_CODE void savedFree(void* block) {
-  g_tKWMemReserveSystemZone.free(vtcore::defaultMallocZone(), block);
+  savedFree(vtcore::defaultMallocZone(), block);
 }
 void standardFree(void* block) {
   std::free(block);
@@ -345,10 +366,10 @@ VTCORE_HOOK_CODE void KWMemoryReserveHandleLowMemorySituation(KWMallocZone*, siz
 
 VTCORE_HOOK_CODE void* KWMemoryReserveMallocOverride(KWMallocZone* zone, size_t size) {
   countAllocation(size);
-  if (void* block = g_tKWMemReserveSystemZone.malloc(zone, size))
+  if (void* block = savedMalloc(zone, size)) [[likely]]
     return block;
   KWMemoryReserveHandleLowMemorySituation(zone, size);
-  return g_tKWMemReserveSystemZone.malloc(zone, size);
+  return savedMalloc(zone, size);
 }
 
 VTCORE_HOOK_CODE void* KWMemoryReserveCallocOverride(KWMallocZone* zone, size_t count,
@@ -370,12 +391,12 @@ VTCORE_HOOK_CODE void* KWMemoryReserveVallocOverride(KWMallocZone* zone, size_t 
 }
 
 VTCORE_HOOK_CODE void KWMemoryReserveFreeOverride(KWMallocZone* zone, void* ptr) {
-  if (!g_bKWMemReserveUsageMonitoring.load(relaxed)) {
-    g_tKWMemReserveSystemZone.free(zone, ptr);
+  if (!g_bKWMemReserveUsageMonitoring.load(relaxed)) [[likely]] {
+    savedFree(zone, ptr);
     return;
   }
   const size_t size = g_tKWMemReserveSystemZone.size(zone, ptr);
-  g_tKWMemReserveSystemZone.free(zone, ptr);
+  savedFree(zone, ptr);
   const std::int32_t monitor =
       wrappingAdd(g_iKWMemReserveUsageMonitor.load(relaxed), -static_cast<std::int64_t>(size));
   g_iKWMemReserveUsageMonitor.store(monitor, relaxed);
@@ -405,4 +426,15 @@ VTCORE_HOOK_CODE void KWMemoryReserveFreeOverride(KWMallocZone* zone, void* ptr)
     g_iKWMemReserveLowMemoryLevel.store(0, relaxed);
     notify();
   }
+}
+
+extern "C" {
+void* vtcoreReserveMallocHook(KWMallocZone*, size_t) noexcept
+    __attribute__((alias("KWMemoryReserveMallocOverride")));
+void* vtcoreReserveCallocHook(KWMallocZone*, size_t, size_t) noexcept
+    __attribute__((alias("KWMemoryReserveCallocOverride")));
+void* vtcoreReserveVallocHook(KWMallocZone*, size_t) noexcept
+    __attribute__((alias("KWMemoryReserveVallocOverride")));
+void vtcoreReserveFreeHook(KWMallocZone*, void*) noexcept
+    __attribute__((alias("KWMemoryReserveFreeOverride")));
 }
