@@ -32,6 +32,7 @@ public:
     vtcore::UserDefaults::setApplicationIdentifier("leak-guard-test");
     vtcore::setLeakGuardEnabled(true);
     vtcore::setLeakGuardReportLimit(0);
+    delete KWOpenLeakGuardScope(); // the first opening installs the hooks
   }
   void TearDown() override { std::remove(path_.c_str()); }
   std::string path_;
