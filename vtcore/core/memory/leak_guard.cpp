@@ -291,9 +291,17 @@ KWLeakGuardHandler::~KWLeakGuardHandler() {
   RestoreMallocCalls();
   ResetHistory(true);
   std::fflush(stdout);
-  ::operator delete(head_);
-  ::operator delete(tail_);
-  head_ = tail_ = nullptr;
+  // A thread still inside a hook at exit finds no list and records nothing.
+  Entry* head;
+  Entry* tail;
+  {
+    LockGuard lock(&lock_);
+    head = head_;
+    tail = tail_;
+    head_ = tail_ = nullptr;
+  }
+  ::operator delete(head);
+  ::operator delete(tail);
   delete preferencesOf(preferences_);
   delete preferencesOf(overrides_);
   preferences_ = overrides_ = nullptr;
@@ -405,6 +413,8 @@ void KWLeakGuardHandler::OverridePreference(const std::optional<icu::UnicodeStri
 }
 
 VTCORE_HOOK_CODE KWLeakGuardHandler::SMallocEntry* KWLeakGuardHandler::CreateEntry() {
+  if (!tail_)
+    return nullptr; // torn down at process exit
   auto* entry = static_cast<Entry*>(saved_.malloc(vtcore::defaultMallocZone(), sizeof(Entry)));
   if (!entry)
     return nullptr;

@@ -342,8 +342,9 @@ int KWMemoryReserveTestAvailableMemory(size_t size, size_t minFragment) {
 }
 
 VTCORE_HOOK_CODE void KWMemoryReserveHandleLowMemorySituation(KWMallocZone*, size_t size) {
-  if ((size >> 20) > static_cast<size_t>(static_cast<std::intptr_t>(
-                         g_iKWMemReserveMaxSensibleSize.load(relaxed))) &&
+  // Whole megabytes against a signed option: a negative MaxSensibleSize makes
+  // every request too large at level 1.
+  if (static_cast<long long>(size >> 20) > g_iKWMemReserveMaxSensibleSize.load(relaxed) &&
       g_iKWMemReserveLowMemoryLevel.load(relaxed) == 1)
     return; // too large to be worth the final block
   if (g_aptrKWMemReservePtr[0].load(relaxed)) {
