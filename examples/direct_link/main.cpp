@@ -1,8 +1,9 @@
-// A program that links VTCore but calls none of its functions: the core
-// library must still be loaded ahead of libc, so that its malloc family is
-// the process's. Exits 0 when malloc and free resolve into libvtcore.
+// A program that links VTCore but calls none of its functions, and does not
+// name malloc itself either (a program that does would pull libvtcore in even
+// under --as-needed): the core library must still be loaded ahead of libc, so
+// that its malloc family is the process's. Exits 0 when malloc, free and
+// realloc resolve into libvtcore.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 
@@ -22,8 +23,7 @@ static bool fromVTCore(const char* name) {
 
 int main() {
   const bool ok = fromVTCore("malloc") && fromVTCore("free") && fromVTCore("realloc");
-  void* block = std::malloc(64);
-  std::free(block);
+  delete new int(1); // allocates through whichever malloc is in force
   if (ok)
     std::puts("direct_link: malloc, free and realloc are VTCore's");
   return ok ? 0 : 1;
