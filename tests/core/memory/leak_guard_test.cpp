@@ -6,13 +6,16 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <malloc.h>
+#include <memory>
 #include <regex>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -228,6 +231,34 @@ TEST(LeakGuard, ScopesOpenAndCloseInAnyOrder) {
   EXPECT_EQ(KWResetLeakGuardHistory(false), 20);
   std::free(a);
   std::free(b);
+}
+
+TEST(LeakGuard, OtherThreadsAllocatingMeanwhileAreNeitherRecordedNorDisturbed) {
+  KWResetLeakGuardHistory(false);
+  // Threads are started outside the scope: starting one allocates its
+  // thread-local storage, which glibc keeps for reuse.
+  std::atomic<bool> go{false};
+  std::vector<std::thread> workers;
+  for (int t = 0; t < 3; ++t)
+    workers.emplace_back([&go] {
+      while (!go.load()) {
+      }
+      std::vector<std::unique_ptr<char[]>> held(32);
+      for (unsigned i = 0; i < 20000; ++i)
+        held[i % 32] = std::make_unique<char[]>(8 + i % 700);
+    });
+  void* mine;
+  {
+    KWLeakGuard guard;
+    go = true;
+    mine = std::malloc(33);
+    for (int i = 0; i < 20000; ++i)
+      delete[] new char[1 + i % 300];
+    for (auto& worker : workers)
+      worker.join();
+  }
+  EXPECT_EQ(KWResetLeakGuardHistory(false), 33) << "only this thread's leak";
+  std::free(mine);
 }
 
 TEST(LeakGuard, ReportLimitPrintsSomeButCountsAll) {

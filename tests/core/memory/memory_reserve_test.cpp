@@ -1,6 +1,7 @@
 // The memory reserve, built with the reserve on in 64-bit builds. Each test
 // runs in a forked child: the reserve's state is process-wide and its
 // preferences are read once per process.
+#include <vtcore/core/memory/leak_guard.h>
 #include <vtcore/core/memory/memory_reserve.h>
 #include <vtcore/core/memory/user_defaults.h>
 
@@ -16,6 +17,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
 // This program defines the reserve's globals a second time on purpose (see
@@ -256,6 +258,39 @@ TEST(MemoryReserveProbe, FragmentsFailuresAndTheirCount) {
     EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 0);
     KWMemoryReserveExit();
   });
+}
+
+TEST(MemoryReserveWithLeakGuard, BothHookedInEitherOrderKeepTheHeapSound) {
+  if (!vtcore::mallocZoneInterposed())
+    GTEST_SKIP() << "the leak guard needs the library's own allocator functions";
+  for (bool guardFirst : {true, false}) {
+    inChild([guardFirst] {
+      smallReserve(8, 2, 4);
+      vtcore::setLeakGuardEnabled(true);
+      if (guardFirst)
+        delete KWOpenLeakGuardScope(); // installs the guard's hooks
+      KWMemoryReserveEnter(nullptr, nullptr);
+      std::vector<void*> blocks;
+      blocks.reserve(64);
+      {
+        KWLeakGuard guard;
+        for (std::size_t i = 0; i < 64; ++i)
+          blocks.push_back(std::malloc(16 + i * 100));
+        for (std::size_t i = 0; i < 64; i += 2)
+          blocks[i] = std::realloc(blocks[i], 5000);
+        KWMemoryReserveHandleLowMemorySituation(vtcore::defaultMallocZone(), 100);
+        EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 1);
+        for (std::size_t i = 0; i < 32; ++i)
+          std::free(blocks[i]);
+      }
+      KWMemoryReserveExit(); // may drop the guard's hooks: no corruption either way
+      for (std::size_t i = 32; i < 64; ++i)
+        std::free(blocks[i]);
+      KWResetLeakGuardHistory(false);
+      std::string afterwards(10000, 'x'); // the heap still works
+      EXPECT_EQ(afterwards.size(), 10000u);
+    });
+  }
 }
 
 // --- Real allocation failures under an address-space limit -------------
