@@ -36,9 +36,7 @@ VTCORE_HOOK_CODE void* systemCalloc(KWMallocZone*, size_t count, size_t size) {
 VTCORE_HOOK_CODE void* systemValloc(KWMallocZone*, size_t size) {
   return VTCORE_SYSTEM(valloc)(size);
 }
-VTCORE_HOOK_CODE void systemFree(KWMallocZone*, void* block) {
-  VTCORE_SYSTEM(free)(block);
-}
+constexpr auto systemFree = vtcoreSystemFree;
 VTCORE_HOOK_CODE void* systemRealloc(KWMallocZone*, void* block, size_t size) {
   return VTCORE_SYSTEM(realloc)(block, size);
 }
