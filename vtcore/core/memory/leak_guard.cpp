@@ -553,14 +553,15 @@ VTCORE_HOOK_CODE void KWLeakGuardHandler::FreeOverride(KWMallocZone* zone, void*
   if (!ptr)
     return;
   auto& handler = s_cSingleton;
-  if (!vtcore::detail::HookReentrancyGuard::active()) {
-    LockGuard lock(&handler.lock_);
+  // Only the thread freeing a block reads or changes its trailer, so the
+  // lock is taken only for blocks that carry one (to unlink the record).
+  if (!vtcore::detail::HookReentrancyGuard::active())
     if (unsigned char* trailer = trackedTrailer(handler.saved_, zone, ptr)) {
+      LockGuard lock(&handler.lock_);
       if (Entry* entry = entryInTrailer(trailer))
         handler.ReleaseEntry(entry);
       std::memset(trailer + kMagicOffset, 0, 24);
     }
-  }
   handler.saved_.free(zone, ptr);
 }
 
