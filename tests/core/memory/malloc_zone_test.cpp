@@ -1,6 +1,7 @@
 // The allocator zone: a transparent pass-through with nothing installed, and
 // a table that really sees every allocation of the process once hooked.
 #include <vtcore/core/memory/malloc_zone.h>
+#include <vtcore/core/memory/memory_reserve.h>
 
 #include <gtest/gtest.h>
 
@@ -129,6 +130,43 @@ TEST(MallocZone, HooksSeeAllocationsFromCCxxAndTheCLibraryItself) {
   const long after = mallocs;
   std::free(std::malloc(10));
   EXPECT_EQ(mallocs, after) << "restored: the hooks see nothing more";
+}
+
+// The library's own reserve hooks (held off in 64-bit builds, but always
+// built) installed by hand as Enter would: they must pass every call through
+// and count exactly while monitoring.
+TEST(MallocZone, TheReserveHooksPassThroughAndCountWhileMonitoring) {
+  if (!vtcore::mallocZoneInterposed())
+    GTEST_SKIP() << "the sanitizer's allocator is in charge of this process";
+  g_tKWMemReserveSystemZone = vtcore::mallocZoneFunctions(nullptr);
+  KWMallocZoneFunctions hooks{};
+  hooks.malloc = KWMemoryReserveMallocOverride;
+  hooks.calloc = KWMemoryReserveCallocOverride;
+  hooks.valloc = KWMemoryReserveVallocOverride;
+  hooks.free = KWMemoryReserveFreeOverride;
+  vtcore::setMallocZoneFunctions(nullptr, hooks);
+
+  std::free(std::malloc(32)); // level 0: straight through
+  g_iKWMemReserveMaxSensibleSize.store(1000);
+  g_iKWMemReserveUsageMonitor.store(0);
+  g_iKWMemReserveLastReallocCheck.store(0);
+  g_bKWMemReserveUsageMonitoring.store(1);
+  void* a = std::malloc(1000);
+  void* b = std::calloc(10, 30);
+  const int counted = g_iKWMemReserveUsageMonitor.load();
+  const auto usable = static_cast<int>(malloc_usable_size(a));
+  std::free(a);
+  const int afterFree = g_iKWMemReserveUsageMonitor.load();
+  g_bKWMemReserveUsageMonitoring.store(0);
+  std::free(b);
+  const int unmonitored = g_iKWMemReserveUsageMonitor.load();
+  vtcore::setMallocZoneFunctions(nullptr, g_tKWMemReserveSystemZone);
+  g_iKWMemReserveMaxSensibleSize.store(100);
+
+  EXPECT_EQ(counted, 1000 + 300);
+  EXPECT_EQ(afterFree, 1300 - usable);
+  EXPECT_EQ(unmonitored, afterFree) << "frees are counted only while monitoring";
+  EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 0);
 }
 
 TEST(MallocZone, NullEntriesLeaveTheTableAsItIs) {
