@@ -286,8 +286,11 @@ void KWLeakGuardHandler::RestoreMallocCalls() {
 }
 
 KWLeakGuardHandler::~KWLeakGuardHandler() {
-  if (!enabled_.load() || !initialised_ || !installed_)
+  if (!enabled_.load() || !initialised_ || !installed_) {
+    delete preferencesOf(overrides_); // overrides may be set with the guard off
+    overrides_ = nullptr;
     return;
+  }
   RestoreMallocCalls();
   ResetHistory(true);
   std::fflush(stdout);
