@@ -266,7 +266,20 @@ void KWLeakGuardHandler::Initialize() {
   OverrideMallocCalls();
 }
 
+namespace {
+// A child forked while another thread held the guard's lock would find it
+// held for ever: the lock is taken across fork and released on both sides.
+void lockBeforeFork() {
+  pthread_mutex_lock(&KWLeakGuardHandler::s_cSingleton.forkLock());
+}
+void unlockAfterFork() {
+  pthread_mutex_unlock(&KWLeakGuardHandler::s_cSingleton.forkLock());
+}
+} // namespace
+
 void KWLeakGuardHandler::OverrideMallocCalls() {
+  static std::once_flag atFork;
+  std::call_once(atFork, [] { pthread_atfork(lockBeforeFork, unlockAfterFork, unlockAfterFork); });
   saved_ = vtcore::mallocZoneFunctions(vtcore::defaultMallocZone());
   KWMallocZoneFunctions hooks{};
   hooks.malloc = MallocOverride;

@@ -113,6 +113,9 @@ public:
   bool enabled();
   void setReportLimit(unsigned long limit);
 
+  /// The lock of the hooks (taken across fork by the library itself).
+  pthread_mutex_t& forkLock() { return lock_; }
+
 private:
   void readEnvironmentOnce();
 
