@@ -19,6 +19,9 @@
 #include <vtcore/core/text/sample_convert.h>
 
 // Memory and objects
+#include <vtcore/core/memory/leak_guard.h>
+#include <vtcore/core/memory/malloc_zone.h>
+#include <vtcore/core/memory/memory_reserve.h>
 #include <vtcore/core/memory/user_defaults.h>
 
 // Music

@@ -2,12 +2,15 @@
 #include <vtcore/core/memory/user_defaults.h>
 
 #include <cerrno>
+#include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace vtcore {
@@ -37,17 +40,51 @@ std::filesystem::path standardPath() {
 
 enum class ReadResult { Missing, Parsed, Damaged };
 
-ReadResult readDocument(const std::filesystem::path& path, nlohmann::json& document) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in)
-    return ReadResult::Missing;
-  std::stringstream text;
-  text << in.rdbuf();
-  auto parsed = nlohmann::json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
+using FileVersion = detail::DefaultsFileVersion;
+
+FileVersion versionOf(const struct stat& status) {
+  return {status.st_dev, status.st_ino, static_cast<long long>(status.st_mtim.tv_sec),
+          status.st_mtim.tv_nsec, static_cast<long long>(status.st_size)};
+}
+
+// Reads and parses the file. A file that exists but cannot be read counts as
+// damaged: it must not be mistaken for a missing one and overwritten.
+ReadResult readDocument(const std::filesystem::path& path, nlohmann::json& document,
+                        FileVersion* version = nullptr) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0)
+    return errno == ENOENT ? ReadResult::Missing : ReadResult::Damaged;
+  struct stat status {};
+  std::string text;
+  bool ok = ::fstat(fd, &status) == 0;
+  char buffer[8192];
+  while (ok) {
+    const ssize_t got = ::read(fd, buffer, sizeof buffer);
+    if (got < 0 && errno == EINTR)
+      continue;
+    if (got <= 0) {
+      ok = got == 0;
+      break;
+    }
+    text.append(buffer, static_cast<std::size_t>(got));
+  }
+  ::close(fd);
+  if (version && ok)
+    *version = versionOf(status);
+  if (!ok)
+    return ReadResult::Damaged;
+  auto parsed = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
   if (parsed.is_discarded() || !parsed.is_object())
     return ReadResult::Damaged;
   document = std::move(parsed);
   return ReadResult::Parsed;
+}
+
+std::optional<FileVersion> currentVersion(const std::filesystem::path& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0)
+    return std::nullopt;
+  return versionOf(status);
 }
 
 // Writes `document` to a temporary file beside `path`, flushes it and renames
@@ -73,12 +110,27 @@ bool writeDocumentAtomically(const std::filesystem::path& path, const nlohmann::
     }
     done += static_cast<std::size_t>(written);
   }
+  // The new file keeps the permissions of the one it replaces.
+  struct stat existing {};
+  if (ok && ::stat(path.c_str(), &existing) == 0)
+    ok = ::fchmod(fd, existing.st_mode & 07777) == 0;
   ok = ok && ::fsync(fd) == 0;
   ok = (::close(fd) == 0) && ok;
   ok = ok && std::rename(temporary.c_str(), path.c_str()) == 0;
-  if (!ok)
+  if (!ok) {
+    const int savedErrno = errno;
     ::unlink(temporary.c_str());
-  return ok;
+    errno = savedErrno;
+    return false;
+  }
+  // Make the rename itself durable.
+  const int directory = ::open(path.parent_path().empty() ? "." : path.parent_path().c_str(),
+                               O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directory >= 0) {
+    ::fsync(directory);
+    ::close(directory);
+  }
+  return true;
 }
 
 // Serialises writers of the same file across processes: the read-modify-write
@@ -109,10 +161,23 @@ private:
 } // namespace
 
 long long defaultsIntegerValue(const nlohmann::json& value) {
+  if (value.is_number_unsigned()) {
+    const auto number = value.get<unsigned long long>();
+    return number > static_cast<unsigned long long>(LLONG_MAX) ? LLONG_MAX
+                                                               : static_cast<long long>(number);
+  }
   if (value.is_number_integer())
     return value.get<long long>();
-  if (value.is_number_float())
-    return static_cast<long long>(value.get<double>());
+  if (value.is_number_float()) {
+    // Truncated toward zero and clamped: converting an out-of-range double
+    // would be undefined.
+    const double number = std::trunc(value.get<double>());
+    if (!(number > static_cast<double>(LLONG_MIN)))
+      return LLONG_MIN;
+    if (!(number < static_cast<double>(LLONG_MAX)))
+      return LLONG_MAX;
+    return static_cast<long long>(number);
+  }
   if (value.is_boolean())
     return value.get<bool>() ? 1 : 0;
   if (value.is_string())
@@ -153,24 +218,24 @@ std::filesystem::path UserDefaults::path() const {
 }
 
 bool UserDefaults::loadIfChanged() {
-  std::error_code error;
-  auto time = std::filesystem::last_write_time(path_, error);
-  if (error) {
+  const auto version = currentVersion(path_);
+  if (!version) {
     values_ = nlohmann::json::object();
     loaded_ = true;
     damaged_ = false;
-    loadedTime_.reset();
+    loadedVersion_.reset();
     return true;
   }
-  auto size = std::filesystem::file_size(path_, error);
-  if (loaded_ && loadedTime_ && *loadedTime_ == time && loadedSize_ == size)
+  if (loaded_ && loadedVersion_ == version)
     return !damaged_;
   nlohmann::json document;
-  auto result = readDocument(path_, document);
+  FileVersion read;
+  auto result = readDocument(path_, document, &read);
   loaded_ = true;
-  loadedTime_ = time;
-  loadedSize_ = size;
   damaged_ = result == ReadResult::Damaged;
+  // Remember the version actually read, which a writer may have replaced
+  // since the stat above; the next synchronize then sees the newer one.
+  loadedVersion_ = result == ReadResult::Missing ? std::nullopt : std::optional(read);
   if (result == ReadResult::Parsed)
     values_ = std::move(document);
   else if (result == ReadResult::Missing)
@@ -209,7 +274,8 @@ bool UserDefaults::setObject(const nlohmann::json& value, const std::string& key
   FileLock fileLock(path_);
   nlohmann::json document = nlohmann::json::object();
   if (readDocument(path_, document) == ReadResult::Damaged) {
-    KWLogCString(3, true, "UserDefaults", "cannot parse %s: not overwriting it", path_.c_str());
+    KWLogCString(3, true, "UserDefaults", "cannot read or parse %s: not overwriting it",
+                 path_.c_str());
     return false;
   }
   document[key] = value;
@@ -229,14 +295,18 @@ bool UserDefaults::removeObjectForKey(const std::string& key) {
   nlohmann::json document = nlohmann::json::object();
   auto result = readDocument(path_, document);
   if (result == ReadResult::Damaged) {
-    KWLogCString(3, true, "UserDefaults", "cannot parse %s: not overwriting it", path_.c_str());
+    KWLogCString(3, true, "UserDefaults", "cannot read or parse %s: not overwriting it",
+                 path_.c_str());
     return false;
   }
   if (result == ReadResult::Missing || !document.contains(key))
     return true;
   document.erase(key);
-  if (!writeDocumentAtomically(path_, document))
+  if (!writeDocumentAtomically(path_, document)) {
+    KWLogCString(3, true, "UserDefaults", "cannot write %s: %s", path_.c_str(),
+                 std::strerror(errno));
     return false;
+  }
   values_ = std::move(document);
   loaded_ = false;
   return true;

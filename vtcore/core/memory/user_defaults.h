@@ -17,6 +17,19 @@
 
 namespace vtcore {
 
+namespace detail {
+/// Identifies one version of a defaults file: every write renames a new
+/// inode into place, so versions differ even within one timestamp tick.
+struct DefaultsFileVersion {
+  unsigned long long device = 0;
+  unsigned long long inode = 0;
+  long long seconds = 0;
+  long nanoseconds = 0;
+  long long size = 0;
+  bool operator==(const DefaultsFileVersion&) const = default;
+};
+} // namespace detail
+
 class VTCORE_EXPORT UserDefaults {
 public:
   /// The store of the current application (see setApplicationIdentifier).
@@ -67,8 +80,7 @@ private:
   mutable std::mutex mutex_;
   std::filesystem::path path_;
   nlohmann::json values_ = nlohmann::json::object();
-  std::optional<std::filesystem::file_time_type> loadedTime_;
-  std::uintmax_t loadedSize_ = 0;
+  std::optional<detail::DefaultsFileVersion> loadedVersion_; // none when nothing was read
   bool loaded_ = false;
   bool damaged_ = false;
 };

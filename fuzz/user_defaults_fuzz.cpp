@@ -1,0 +1,49 @@
+// Arbitrary bytes as a defaults file: reading never crashes, a file that does
+// not parse as a dictionary is never overwritten, and a write to one that
+// does keeps every other key.
+#include <vtcore/core/diagnostics/log_sink.h>
+#include <vtcore/core/memory/user_defaults.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const std::string path = "/tmp/vtcore-defaults-fuzz-" + std::to_string(getpid()) + ".json";
+  // Refused writes log an error each: keep them out of the system log.
+  static vtcore::MemoryLogSink sink;
+  static const bool installed = (vtcore::setLogSink(&sink), true);
+  (void)installed;
+  sink.clear();
+  const std::string input(reinterpret_cast<const char*>(data), size);
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << input;
+
+  vtcore::UserDefaults defaults(path);
+  const bool parsed = defaults.synchronize();
+  for (const char* key : {"MemoryReserve", "LeakGuard", "", "a"}) {
+    (void)defaults.integerForKey(key);
+    (void)defaults.dictionaryForKey(key);
+  }
+  const auto before = nlohmann::json::parse(input, nullptr, false);
+  const bool written = defaults.setObject(42, "fuzz-key");
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  if (!parsed || before.is_discarded() || !before.is_object()) {
+    if (written || text.str() != input)
+      std::abort(); // a damaged file was overwritten
+  } else {
+    const auto after = nlohmann::json::parse(text.str(), nullptr, false);
+    if (!written || after.is_discarded() || after.value("fuzz-key", 0) != 42)
+      std::abort();
+    for (const auto& [key, value] : before.items())
+      if (key != "fuzz-key" && after[key] != value)
+        std::abort(); // another key was lost
+  }
+  std::remove(path.c_str());
+  return 0;
+}

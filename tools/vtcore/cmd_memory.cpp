@@ -1,0 +1,214 @@
+// vtcore subcommands and tour steps of the memory layer: the allocator zone,
+// the memory reserve, the leak guard and the user-defaults store.
+
+#include "command.h"
+
+#include <vtcore/vtcore.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace vtcore::cli;
+
+std::optional<unsigned long> parseNumber(const std::string& text, unsigned long max) {
+  if (text.empty() || text[0] == '-')
+    return std::nullopt;
+  char* end = nullptr;
+  errno = 0;
+  const unsigned long value = std::strtoul(text.c_str(), &end, 10);
+  if (*end != '\0' || errno != 0 || value > max)
+    return std::nullopt;
+  return value;
+}
+
+// --- leaks: plant leaks inside a leak-guard scope and report them -----------
+
+__attribute__((noinline)) void* plantLeak(std::size_t size) {
+  return std::malloc(size);
+}
+__attribute__((noinline)) char* plantCopy(const char* text) {
+  return strdup(text);
+}
+
+__attribute__((noinline)) std::vector<void*> leakInScope(unsigned long count, std::size_t size) {
+  std::vector<void*> leaked;
+  leaked.reserve(count + 1);
+  KWLeakGuard guard;
+  for (unsigned long i = 0; i < count; ++i)
+    leaked.push_back(plantLeak(size));
+  leaked.push_back(plantCopy("a planted copy"));
+  std::free(plantLeak(1000)); // freed in scope: not reported
+  return leaked;
+}
+
+int runLeaks(Args args) {
+  if (args.size() > 2)
+    return usage("leaks");
+  unsigned long count = 2, size = 48;
+  if (args.size() >= 1) {
+    auto parsed = parseNumber(args[0], 1000);
+    if (!parsed)
+      return usage("leaks");
+    count = *parsed;
+  }
+  if (args.size() == 2) {
+    auto parsed = parseNumber(args[1], 1ul << 20);
+    if (!parsed || *parsed == 0)
+      return usage("leaks");
+    size = *parsed;
+  }
+  if (!vtcore::mallocZoneInterposed())
+    return fail("leaks", "this build uses a sanitizer's allocator: the leak guard cannot hook it");
+  vtcore::setLeakGuardEnabled(true);
+  KWResetLeakGuardHistory(false);
+  std::vector<void*> leaked = leakInScope(count, size);
+  std::cout << std::flush;
+  KWResetLeakGuardHistory(true);
+  for (void* block : leaked)
+    std::free(block);
+  return 0;
+}
+
+Register leaksCommand{{"leaks", "[COUNT [SIZE]]",
+                       "plant COUNT leaks of SIZE bytes and a strdup in a leak-guard scope "
+                       "and print the guard's report",
+                       runLeaks}};
+
+// --- memory-reserve: options and probe -----------------------------------------
+
+int runReserve(Args args) {
+  if (!args.empty() && args.size() != 2)
+    return usage("memory-reserve");
+  std::cout << "reserve held by this build: "
+            << (vtcore::memoryReserveAvailable() ? "yes" : "no (64-bit build)") << "\n";
+  static const char* names[] = {"MaxSensibleSize", "BlockSize",        "FinalBlockSize",
+                                "MemAvailSize",    "MemAvailFragment", "Verbose"};
+  for (unsigned option = 0; option < 6; ++option)
+    std::cout << "  " << names[option] << " = " << KWMemoryReserveGetOption(option) << "\n";
+  if (args.size() == 2) {
+    auto size = parseNumber(args[0], 1ul << 30);
+    auto fragment = parseNumber(args[1], 1ul << 30);
+    if (!size || !fragment)
+      return usage("memory-reserve");
+    KWMemoryReserveEnter(nullptr, nullptr);
+    const int available = KWMemoryReserveTestAvailableMemory(*size << 20, *fragment << 20);
+    std::cout << "probe of " << *size << " MB in fragments of at least " << *fragment
+              << " MB: " << (available ? "available" : "not available") << " (level "
+              << KWMemoryReserveGetLowMemoryLevel() << ")\n";
+    KWMemoryReserveExit();
+  }
+  return 0;
+}
+
+Register reserveCommand{{"memory-reserve", "[SIZE_MB FRAGMENT_MB]",
+                         "show the memory reserve's options; probe SIZE_MB in fragments",
+                         runReserve}};
+
+// --- defaults: the user-defaults store of an application ---------------------
+
+int runDefaults(Args args) {
+  if (args.empty())
+    return usage("defaults");
+  const std::string& action = args[0];
+  auto& defaults = vtcore::UserDefaults::standard();
+  if (action == "path" && args.size() == 1) {
+    std::cout << defaults.path().string() << "\n";
+    return 0;
+  }
+  if (action == "get" && args.size() == 2) {
+    if (!defaults.synchronize())
+      return fail("defaults", "the defaults file cannot be parsed");
+    auto value = defaults.objectForKey(args[1]);
+    if (!value)
+      return fail("defaults", "no value for " + args[1]);
+    std::cout << value->dump(2) << "\n";
+    return 0;
+  }
+  if (action == "set" && args.size() == 3) {
+    auto value = nlohmann::json::parse(args[2], nullptr, false);
+    if (value.is_discarded())
+      value = args[2]; // not JSON: stored as a string
+    return defaults.setObject(value, args[1]) ? 0 : fail("defaults", "not written (see the log)");
+  }
+  if (action == "remove" && args.size() == 2)
+    return defaults.removeObjectForKey(args[1]) ? 0 : fail("defaults", "not written (see the log)");
+  return usage("defaults");
+}
+
+Register defaultsCommand{{"defaults", "path | get KEY | set KEY VALUE | remove KEY",
+                          "read or write the user-defaults store of this application "
+                          "(VTCORE_DEFAULTS_FILE names another file)",
+                          runDefaults}};
+
+// --- tour ----------------------------------------------------------------------
+
+KWMallocZoneFunctions savedZone;
+std::atomic<long> tourMallocs{0};
+void* countingMalloc(KWMallocZone* zone, std::size_t size) {
+  tourMallocs.fetch_add(1, std::memory_order_relaxed);
+  return savedZone.malloc(zone, size);
+}
+
+void tourZone() {
+  std::cout << "Every malloc of this process passes through VTCore's zone table"
+            << (vtcore::mallocZoneInterposed() ? "" : " (not in sanitizer builds)") << ".\n";
+  savedZone = vtcore::mallocZoneFunctions(nullptr);
+  KWMallocZoneFunctions hook{};
+  hook.malloc = countingMalloc;
+  vtcore::setMallocZoneFunctions(nullptr, hook);
+  {
+    std::string text(100, 'x'); // operator new
+    std::unique_ptr<char, decltype(&std::free)> copy(strdup("C library"), &std::free);
+    std::vector<int> numbers(50);
+  }
+  vtcore::setMallocZoneFunctions(nullptr, savedZone);
+  std::cout << "A counting hook installed around a std::string, a strdup and a std::vector saw "
+            << tourMallocs.load() << " mallocs; restored.\n";
+}
+
+void tourReserve() {
+  std::cout << "Memory reserve: "
+            << (vtcore::memoryReserveAvailable()
+                    ? "held in this build"
+                    : "off in 64-bit builds (configure with VTCORE_MEMORY_RESERVE_ON_64BIT=ON)")
+            << "; block " << KWMemoryReserveGetOption(kKWMemReserveOptionBlockSize)
+            << " MB, final block " << KWMemoryReserveGetOption(kKWMemReserveOptionFinalBlockSize)
+            << " MB.\n";
+  std::cout << "Low-memory level " << KWMemoryReserveGetLowMemoryLevel()
+            << "; probe of 64 MB in 1 MB fragments: "
+            << (KWMemoryReserveTestAvailableMemory(64u << 20, 1u << 20) ? "available" : "short")
+            << "\n";
+}
+
+void tourLeakGuard() {
+  if (!vtcore::mallocZoneInterposed()) {
+    std::cout << "(the leak guard needs VTCore's own allocator hooks; skipped in this build)\n";
+    return;
+  }
+  std::cout << "A scope that leaks two 48-byte blocks and a strdup, with the guard's report:\n"
+            << std::flush;
+  const std::vector<std::string> noArguments;
+  runLeaks(Args(noArguments));
+}
+
+void tourDefaults() {
+  std::cout << "User defaults of \"" << vtcore::UserDefaults::applicationIdentifier()
+            << "\" live in " << vtcore::UserDefaults::standard().path().string()
+            << " (VTCORE_DEFAULTS_FILE names another file).\n";
+}
+
+TourStep zoneStep{40, "Allocator zone", tourZone};
+TourStep reserveStep{41, "Memory reserve", tourReserve};
+TourStep leakStep{42, "Leak guard", tourLeakGuard};
+TourStep defaultsStep{43, "User defaults", tourDefaults};
+
+} // namespace

@@ -1,0 +1,99 @@
+// The allocator zone: the table of entry points through which every malloc,
+// calloc, valloc, realloc and free of the process passes.
+//
+// The core library defines malloc, calloc, valloc, realloc and free; each
+// calls through the default zone's table, which starts out pointing at the C
+// library's own allocator. The memory reserve and the leak guard save the
+// table, write their hooks in its place and call the saved entries from the
+// hooks. The aligned entry points (posix_memalign, aligned_alloc, memalign)
+// stay the C library's; their blocks may be freed through the table.
+//
+// Programs built with a sanitizer keep the sanitizer's allocator: there the
+// library does not define the allocator functions, the table points at the
+// ordinary malloc family and installed hooks see only calls made through the
+// table itself (mallocZoneInterposed() is false).
+#pragma once
+
+#include <vtcore/export.h>
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+#include <atomic>
+#endif
+
+/// The default zone of the system allocator. Only its table of entry points
+/// is visible, through the functions below.
+typedef struct KWMallocZone KWMallocZone;
+
+/// A copy of the zone's entry points. Each takes the zone first, then the
+/// arguments of the C function it stands for; `size` is the block-size query
+/// (the usable size of an allocated block, 0 for null).
+typedef struct KWMallocZoneFunctions {
+  size_t (*size)(KWMallocZone* zone, const void* block);
+  void* (*malloc)(KWMallocZone* zone, size_t size);
+  void* (*calloc)(KWMallocZone* zone, size_t count, size_t size);
+  void* (*valloc)(KWMallocZone* zone, size_t size);
+  void (*free)(KWMallocZone* zone, void* block);
+  void* (*realloc)(KWMallocZone* zone, void* block, size_t size);
+} KWMallocZoneFunctions;
+
+#ifdef __cplusplus
+
+struct KWMallocZone {
+  std::atomic<size_t (*)(KWMallocZone*, const void*)> size;
+  std::atomic<void* (*)(KWMallocZone*, size_t)> malloc;
+  std::atomic<void* (*)(KWMallocZone*, size_t, size_t)> calloc;
+  std::atomic<void* (*)(KWMallocZone*, size_t)> valloc;
+  std::atomic<void (*)(KWMallocZone*, void*)> free;
+  std::atomic<void* (*)(KWMallocZone*, void*, size_t)> realloc;
+};
+
+namespace vtcore {
+
+/// The process's default zone. Usable at any time, also before any static
+/// constructor has run.
+VTCORE_EXPORT KWMallocZone* defaultMallocZone();
+
+/// The zone's current entry points. A null zone reads as the default zone.
+VTCORE_EXPORT KWMallocZoneFunctions mallocZoneFunctions(KWMallocZone* zone);
+
+/// Writes all six entry points of `functions` into the zone (a null zone is
+/// the default zone). A null entry in `functions` leaves that entry point as
+/// it is. Each entry is switched atomically, so other threads keep
+/// allocating safely, but callers installing hooks must make sure the hooks
+/// hand every block to the free entry that matches its allocator.
+VTCORE_EXPORT void setMallocZoneFunctions(KWMallocZone* zone,
+                                          const KWMallocZoneFunctions& functions);
+
+/// The C library's own entry points, as the default zone holds them before
+/// anything is installed.
+VTCORE_EXPORT KWMallocZoneFunctions systemMallocZoneFunctions();
+
+/// True when this build of the library defines the process's malloc family,
+/// so that hooks installed in the zone see every allocation.
+VTCORE_EXPORT bool mallocZoneInterposed();
+
+namespace detail {
+
+/// Per-thread guard for allocator hooks: while a thread holds it, hooks pass
+/// calls straight to the entries they saved. Hooks take it around any helper
+/// that may allocate (stack bounds, the unwinder, reporting).
+class VTCORE_EXPORT HookReentrancyGuard {
+public:
+  HookReentrancyGuard();
+  ~HookReentrancyGuard();
+  HookReentrancyGuard(const HookReentrancyGuard&) = delete;
+  HookReentrancyGuard& operator=(const HookReentrancyGuard&) = delete;
+
+  /// Whether the calling thread is inside a guarded region.
+  static bool active();
+};
+
+/// Writes a fixed text to standard error with write(2): usable inside hooks.
+VTCORE_EXPORT void writeToStandardError(const char* text);
+
+} // namespace detail
+} // namespace vtcore
+
+#endif
