@@ -3,3 +3,4 @@ vtcore_add_gtest(test_objects SOURCES
   ${CMAKE_CURRENT_LIST_DIR}/object_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/singleton_test.cpp
   ${CMAKE_CURRENT_LIST_DIR}/flyweight_test.cpp)
+vtcore_add_gtest(test_callback_list SOURCES ${CMAKE_CURRENT_LIST_DIR}/add_remove_iterate_list_test.cpp)
