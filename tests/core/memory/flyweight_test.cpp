@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 namespace {
 
-int setups = 0;
-int destroyed = 0;
+std::atomic<int> setups{0};
+std::atomic<int> destroyed{0};
 
 class Glyph : public KWFlyweight {
   VTCORE_OBJECT(Glyph, KWFlyweight)
@@ -95,6 +98,23 @@ TEST_F(FlyweightTest, RemovingAnEqualButDifferentInstanceLeavesThePoolAlone) {
   _KWPoolOfFlyweights::sharedInstance()->removeFlyweight(unpooled.get());
   EXPECT_EQ(pooled(Glyph::classObject()), 1u);
   EXPECT_EQ(makeFlyweight<Glyph>(3).get(), pooledGlyph.get());
+}
+
+TEST_F(FlyweightTest, ThreadsSharingAndDroppingAutoRemovedFlyweightsLeaveAnEmptyPool) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([t] {
+      for (int i = 0; i < 2000; ++i) {
+        auto glyph = makeFlyweight<Glyph>(static_cast<unsigned>((i + t) % 8));
+        glyph->setWillAutoRemoveFromPool(true);
+        EXPECT_EQ(glyph->hash(), static_cast<std::size_t>((i + t) % 8));
+      }
+    });
+  for (auto& thread : threads)
+    thread.join();
+  EXPECT_EQ(pooled(Glyph::classObject()), 0u);
+  EXPECT_EQ(destroyed.load(), 4 * 2000) << "every instance made, pooled or not, has ended";
+  EXPECT_GT(setups.load(), 8) << "flyweights left the pool and were made afresh";
 }
 
 TEST_F(FlyweightTest, InitIsNotTheDesignatedInitialiser) {

@@ -25,6 +25,11 @@ KWSingleton* KWSingletonClass::allocWithZone() {
 }
 
 KWSingleton* KWSingletonClass::sharedInstance() {
+  // The common case takes no lock: flyweights ask for their pool while they
+  // hold their own lock, and the pool's class lock is held while the pool
+  // releases its flyweights.
+  if (KWSingleton* existing = singleton())
+    return existing;
   KWSingleton* created = nullptr;
   {
     std::lock_guard lock(this->lock());
@@ -43,10 +48,17 @@ KWSingleton* KWSingletonClass::sharedInstance() {
 }
 
 void KWSingletonClass::releaseSharedInstance() {
+  // Unregistered by name before this class's lock is taken, and only from a
+  // collector that exists: the collector's class lock always comes before a
+  // class's own (releaseAllSingletons() holds it while it releases each
+  // class), never after.
+  if (this != &_KWSingletonCollector::classObject()) {
+    KWSingletonClass& collectorClass = _KWSingletonCollector::classObject();
+    std::lock_guard lock(collectorClass.lock());
+    if (auto* collector = static_cast<_KWSingletonCollector*>(collectorClass.singleton()))
+      collector->_removeSingletonClass(name());
+  }
   std::lock_guard lock(this->lock());
-  _KWSingletonCollector::sharedInstance()->_removeSingleton(singleton());
-  // Read again: when this is the collector's own class and it had no
-  // instance, the line above has just made one, which must not be lost.
   if (KWSingleton* instance = singleton())
     instance->destroy();
   setSingleton(nullptr);
@@ -73,8 +85,12 @@ void _KWSingletonCollector::_addSingleton(KWSingleton* object) {
 void _KWSingletonCollector::_removeSingleton(KWSingleton* object) {
   if (!object || object == this)
     return;
+  _removeSingletonClass(object->objectClass().name());
+}
+
+void _KWSingletonCollector::_removeSingletonClass(const std::string& className) {
   std::lock_guard lock(this->lock());
-  m_allSingletons.erase(object->objectClass().name());
+  m_allSingletons.erase(className);
 }
 
 std::set<std::string> _KWSingletonCollector::registeredClassNames() const {

@@ -14,6 +14,8 @@
 
 #include <vtcore/core/memory/object.h>
 
+#include <atomic>
+
 #include <set>
 #include <string>
 
@@ -37,8 +39,9 @@ public:
   /// The allocation entry: makes and stores a new instance only when the
   /// class has none; null otherwise (a second allocation yields nothing).
   KWSingleton* allocWithZone();
-  /// Unregisters and destroys the instance (bypassing reference counting);
-  /// the next sharedInstance() makes a fresh one. Nothing to do without one.
+  /// Unregisters the class from the collector and destroys the instance
+  /// (bypassing reference counting); the next sharedInstance() makes a
+  /// fresh one. Nothing to do without one.
   void releaseSharedInstance();
 
   /// The storage of the one instance, which the subclass provides (see
@@ -86,11 +89,15 @@ namespace vtcore::detail {
 class VTCORE_EXPORT SingletonClassWithStorage : public KWSingletonClass {
 public:
   using KWSingletonClass::KWSingletonClass;
-  KWSingleton* singleton() const override { return instance_; }
-  void setSingleton(KWSingleton* instance) override { instance_ = instance; }
+  KWSingleton* singleton() const override { return instance_.load(std::memory_order_acquire); }
+  void setSingleton(KWSingleton* instance) override {
+    instance_.store(instance, std::memory_order_release);
+  }
 
 private:
-  KWSingleton* instance_ = nullptr; // guarded by the class object's lock
+  // Changed under the class object's lock; read without it by the fast path
+  // of sharedInstance().
+  std::atomic<KWSingleton*> instance_{nullptr};
 };
 } // namespace vtcore::detail
 
@@ -137,6 +144,8 @@ public:
   void _addSingleton(KWSingleton* object);
   /// Unregisters the class of `object`; ignores null and the collector.
   void _removeSingleton(KWSingleton* object);
+  /// Unregisters the class named `className`.
+  void _removeSingletonClass(const std::string& className);
   /// The registered class names.
   std::set<std::string> registeredClassNames() const;
 
