@@ -19,6 +19,19 @@
 #define SANITIZED 0
 #endif
 
+#if SANITIZED
+// The probes ask for impossible sizes on purpose: the sanitizers' allocators
+// must answer null, as the system's does, instead of stopping the test.
+extern "C" const char* __asan_default_options();
+extern "C" const char* __tsan_default_options();
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_options() {
+  return "allocator_may_return_null=1";
+}
+extern "C" [[gnu::visibility("default")]] const char* __tsan_default_options() {
+  return "allocator_may_return_null=1";
+}
+#endif
+
 namespace {
 
 using Center = LowMemoryNotificationCenter;
