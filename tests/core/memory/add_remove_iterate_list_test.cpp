@@ -119,22 +119,6 @@ TEST(CallbackList, ChangesMadeDuringAnIterationTakeEffectOnTheNextOne) {
   EXPECT_EQ(spawner.calls, 3);
 }
 
-TEST(CallbackList, PassesMessageAndArgument) {
-  struct Seen {
-    unsigned message = 0;
-    void* argument = nullptr;
-    static void call(void* object, unsigned message, void* argument) {
-      *static_cast<Seen*>(object) = {message, argument};
-    }
-  } seen;
-  CAddRemoveIterateList list;
-  list.Add(&seen, Seen::call);
-  int argument = 0;
-  list.Iterate(42, &argument);
-  EXPECT_EQ(seen.message, 42u);
-  EXPECT_EQ(seen.argument, &argument);
-}
-
 TEST(CallbackList, AfterDestructionEveryOperationReturnsAtOnce) {
   alignas(CAddRemoveIterateList) unsigned char storage[sizeof(CAddRemoveIterateList)];
   auto* list = new (storage) CAddRemoveIterateList;
