@@ -119,6 +119,39 @@ TEST(CallbackList, ChangesMadeDuringAnIterationTakeEffectOnTheNextOne) {
   EXPECT_EQ(spawner.calls, 3);
 }
 
+struct Nester {
+  CAddRemoveIterateList* list;
+  void* removeFirst;
+  std::string log;
+  bool inside = false;
+  static void call(void* object, unsigned, void*) {
+    auto* self = static_cast<Nester*>(object);
+    self->log += 'n';
+    if (self->inside)
+      return;
+    self->inside = true;
+    self->list->Remove(self->removeFirst);
+    self->list->Iterate(0, &self->log); // applies the removal under the outer pass
+    self->inside = false;
+  }
+  static void logX(void*, unsigned, void* argument) { *static_cast<std::string*>(argument) += 'x'; }
+};
+
+TEST(CallbackList, AnIterationInsideACallbackAppliesRequestsSafely) {
+  CAddRemoveIterateList list;
+  char x = 'x';
+  Nester nester{&list, &x, ""};
+  list.Add(&nester, Nester::call);
+  list.Add(&x, Nester::logX);
+  list.Iterate(0, &nester.log);
+  // The inner pass no longer has x; the outer one, already under way, still
+  // calls it, as a removal made during a pass allows.
+  EXPECT_EQ(nester.log, "nnx");
+  nester.log.clear();
+  list.Iterate(0, &nester.log);
+  EXPECT_EQ(nester.log, "nn");
+}
+
 TEST(CallbackList, AfterDestructionEveryOperationReturnsAtOnce) {
   alignas(CAddRemoveIterateList) unsigned char storage[sizeof(CAddRemoveIterateList)];
   auto* list = new (storage) CAddRemoveIterateList;

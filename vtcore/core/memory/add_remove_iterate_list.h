@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <vector>
 
 /// Callbacks (an object pointer with a function) that any number of threads
 /// may add and remove while one thread at a time iterates them.
@@ -34,7 +35,7 @@ public:
   CAddRemoveIterateList() = default;
   /// Waits until no Add, Remove or Iterate is in progress (spinning), then
   /// frees every entry and queued request. Afterwards every operation on the
-  /// list returns at once.
+  /// list returns at once. Must not run inside a callback of this list.
   ~CAddRemoveIterateList();
   CAddRemoveIterateList(const CAddRemoveIterateList&) = delete;
   CAddRemoveIterateList& operator=(const CAddRemoveIterateList&) = delete;
@@ -60,12 +61,25 @@ public:
   static void RemoveMark(void* object, unsigned message, void* argument);
 
 private:
+  struct Callback {
+    void* object;
+    Function function;
+  };
+
   void push(void* object, Function function);
-  bool enter();
-  void leave();
 
   SEntry* m_pHead = nullptr;
   SEntry* m_pTail = nullptr;
   std::atomic<SEntry*> m_pPending{nullptr};
   std::atomic<std::int32_t> m_iUseCount{0};
+  // Iterations in progress. Only the iterating thread writes it, so a plain
+  // increment loses nothing, and a pass costs one locked instruction.
+  std::atomic<std::int32_t> m_iIterating{0};
+
+  // Owned by the iterating thread: the active list copied into contiguous
+  // memory, rebuilt after the list changed, so that a pass walks an array
+  // instead of chasing pointers.
+  std::vector<Callback> m_callbacks;
+  bool m_bCallbacksCurrent = true;
+  int m_iIterationDepth = 0;
 };
