@@ -1,0 +1,213 @@
+// vtcore subcommands and tour steps of the object layer and notifications.
+
+#include "command.h"
+
+#include <vtcore/vtcore.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <malloc.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace vtcore::cli;
+
+std::string utf8(const icu::UnicodeString& text) {
+  std::string out;
+  return text.toUTF8String(out);
+}
+
+int runAppInfo(Args args) {
+  if (args.size() > 2)
+    return usage("appinfo");
+  if (args.size() > 0)
+    vtcore::setApplicationName(icu::UnicodeString::fromUTF8(args[0]));
+  if (args.size() > 1)
+    vtcore::setApplicationVersion(icu::UnicodeString::fromUTF8(args[1]));
+  std::cout << "name:    " << utf8(KWApplicationName()) << "\n"
+            << "version: " << utf8(KWApplicationVersion()) << "\n"
+            << "system:  " << utf8(KWOSVersion()) << "\n";
+  return 0;
+}
+
+int runCheckMemory(Args args) {
+  if (args.size() != 1 || args[0].empty() || args[0][0] == '-')
+    return usage("checkmemory");
+  char* end = nullptr;
+  errno = 0;
+  const unsigned long long size = std::strtoull(args[0].c_str(), &end, 10);
+  if (*end != '\0' || errno == ERANGE)
+    return fail("checkmemory", "SIZE must be a whole number of bytes");
+  const bool available = LowMemoryNotificationCenter::CheckMemory(size);
+  std::cout << size << " bytes " << (available ? "can" : "cannot") << " be allocated now\n";
+  return 0;
+}
+
+Register appInfoCommand{{"appinfo", "[NAME [VERSION]]",
+                         "print the application name, version and system version", runAppInfo}};
+Register checkMemoryCommand{
+    {"checkmemory", "SIZE", "tell whether SIZE bytes can be allocated now", runCheckMemory}};
+
+// --- tour -------------------------------------------------------------------
+
+constexpr unsigned long MiB = 1024 * 1024;
+void* samplerCache = nullptr;
+
+unsigned long samplerObserver(void*, unsigned char level, unsigned long size) {
+  std::cout << "  level " << int(level) << ": sample cache asked for " << size / MiB << " MiB";
+  if (level == 1 && samplerCache) {
+    std::free(samplerCache);
+    samplerCache = nullptr;
+    std::cout << " -> frees its 64 MiB block\n";
+    return 64 * MiB;
+  }
+  std::cout << " -> keeps its block for now\n";
+  return 0;
+}
+
+unsigned long undoObserver(void*, unsigned char level, unsigned long) {
+  std::cout << "  level " << int(level) << ": undo history has nothing to give\n";
+  return 0;
+}
+
+// Runs in a child: it lowers its own address-space limit, so the shortage is
+// real and the tool's own process is left alone.
+void lowMemoryChild() {
+  const auto file = std::filesystem::temp_directory_path() /
+                    ("vtcore-tour-" + std::to_string(getpid()) + ".json");
+  setenv("VTCORE_DEFAULTS_FILE", file.c_str(), 1);
+  vtcore::UserDefaults::setApplicationIdentifier("vtcore-tour");
+  auto& defaults = vtcore::UserDefaults::standard();
+  defaults.setObject(16 * MiB, "LowMemoryReserve");
+  defaults.setObject(32 * MiB, "MinAvailMemoryThreshold");
+  const bool on = LowMemoryNotificationCenter::InitializeLMNotificationCenter();
+  std::filesystem::remove(file);
+  if (!on) {
+    std::cout << "  the centre did not start\n";
+    return;
+  }
+  vtcore::NotificationCenter::defaultCenter().addObserver(
+      LowMemoryNotificationCenter::kLowMemoryNotification,
+      [](const vtcore::Notification&) { std::cout << "  (kLowMemoryNotification posted)\n"; });
+  LowMemoryNotificationCenter::AddLMObserver(samplerObserver, nullptr);
+  LowMemoryNotificationCenter::AddLMObserver(undoObserver, nullptr);
+
+  mallopt(M_MMAP_THRESHOLD, 256 * 1024);
+  samplerCache = std::malloc(64 * MiB);
+  std::ifstream statm("/proc/self/statm");
+  unsigned long pages = 0;
+  statm >> pages;
+  rlimit limit{};
+  getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) + 24 * MiB;
+  if (!samplerCache || setrlimit(RLIMIT_AS, &limit) != 0) {
+    std::cout << "  could not set up the shortage\n";
+    return;
+  }
+  std::cout << "CheckPoint(8 MiB) with 24 MiB of address space left (probes are at least 32 MiB):\n"
+            << std::flush;
+  const bool result = LowMemoryNotificationCenter::CheckPoint(8 * MiB);
+  std::cout << "CheckPoint returned " << (result ? "true" : "false") << "; 32 MiB "
+            << (LowMemoryNotificationCenter::CheckMemory(32 * MiB) ? "can" : "cannot")
+            << " be allocated now\n";
+}
+
+void tourLowMemory() {
+  std::cout << "A real shortage, in a child process under an address-space limit, with two\n"
+               "observers: the escalation stops as soon as the probe succeeds.\n"
+            << std::flush;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    lowMemoryChild();
+    std::cout << std::flush;
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+}
+
+[[gnu::noinline]] void loadSession() {
+  throw KWException("KWInternalInconsistencyException", "session file refers to track 12 of 8");
+}
+
+void tourExceptionReport() {
+  std::cout << "An exception reaches the top level; the report logs it, starts eu-addr2line\n"
+               "on its call chain, and asks the user (here a presenter that answers Resume):\n"
+            << std::flush;
+  vtcore::setApplicationName(u"vtcore tour");
+  vtcore::setApplicationVersion(u"1.0");
+  auto previous = vtcore::setAlertPresenter([](const vtcore::AlertRequest& request) {
+    vtcore::waitForSymbolTools(10); // its output first, for a readable tour
+    std::cerr << std::flush;
+    std::cout << "[alert] " << utf8(request.header) << "\n[alert] " << utf8(request.message)
+              << "\n[alert] buttons: " << utf8(request.defaultButton) << " | "
+              << utf8(request.alternateButton) << " | " << utf8(request.otherButton)
+              << "  -> Resume\n"
+              << std::flush;
+    return vtcore::kAlertAlternate;
+  });
+  try {
+    loadSession();
+  } catch (const KWException& exception) {
+    KWDisplayExceptionReport(exception);
+  }
+  vtcore::setAlertPresenter(previous);
+  std::cout << "KWDisplayExceptionReport returned: the application goes on.\n";
+}
+
+class Transport : public KWSingleton {
+  KW_SINGLETON(Transport, KWSingleton)
+  Transport() = default;
+};
+
+class Note : public KWFlyweight {
+  VTCORE_OBJECT(Note, KWFlyweight)
+public:
+  explicit Note(int midiPitch) : pitch(midiPitch) {}
+  void setupIntrinsicStateData() override {
+    std::cout << "  setting up note " << pitch << " (once)\n";
+  }
+  int pitch;
+};
+
+void callbackPrinter(void* object, unsigned message, void*) {
+  std::cout << "  " << static_cast<const char*>(object) << " got message " << message << "\n";
+}
+
+void tourObjects() {
+  Transport* transport = Transport::sharedInstance();
+  std::cout << "Singleton: two requests give "
+            << (transport == Transport::sharedInstance() ? "the same instance"
+                                                         : "different instances (!)")
+            << "; its retain count reads " << transport->retainCount() << "\n";
+  KWSingleton::releaseAllSingletons();
+
+  std::cout << "Flyweights: two notes with the same value, one with another:\n";
+  auto c4 = makeFlyweight<Note>(60, 60);
+  auto again = makeFlyweight<Note>(60, 60);
+  auto e4 = makeFlyweight<Note>(64, 64);
+  std::cout << "  same instance for equal values: " << (c4.get() == again.get() ? "yes" : "no")
+            << "\n";
+  KWFlyweight::releasePoolOfFlyweights(Note::classObject());
+
+  std::cout << "Callback list: requests queue up and apply at the start of the next pass:\n";
+  static char mixer[] = "mixer", meter[] = "meter";
+  CAddRemoveIterateList list;
+  list.Add(mixer, callbackPrinter);
+  list.Add(meter, callbackPrinter);
+  list.Iterate(1, nullptr);
+  list.Remove(meter);
+  list.Iterate(2, nullptr);
+}
+
+TourStep lowMemoryStep{50, "Low-memory escalation", tourLowMemory};
+TourStep reportStep{51, "Exception report", tourExceptionReport};
+TourStep objectsStep{52, "Singletons, flyweights and the callback list", tourObjects};
+
+} // namespace

@@ -1,0 +1,206 @@
+// The library's small object layer: reference-counted objects, class objects
+// known by name, per-object and per-class locks for synchronised blocks, and
+// deferred release scopes.
+//
+// KWSingleton and KWFlyweight are built on it; applications use it through
+// vtcore::Ref (a smart handle over the retain count) and rarely need to touch
+// the counts themselves.
+#pragma once
+
+#include <vtcore/export.h>
+
+#include <atomic>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+namespace vtcore {
+
+class Object;
+
+/// A class object: the name under which a class of the object layer is known,
+/// its superclass and the recursive lock its class-level methods synchronise
+/// on. Class objects live for the whole process; each registers itself by name
+/// when it is made, which happens on the first use of the class (see
+/// VTCORE_OBJECT).
+class VTCORE_EXPORT Class {
+public:
+  /// Registers the class under `name`. A name that is already taken keeps its
+  /// first class: the second one works but is not found by named().
+  Class(std::string name, const Class* superclass);
+  virtual ~Class();
+  Class(const Class&) = delete;
+  Class& operator=(const Class&) = delete;
+
+  const std::string& name() const noexcept { return name_; }
+  /// The superclass, or null for the root class.
+  const Class* superclass() const noexcept { return superclass_; }
+  /// Whether this class is `other` or derives from it.
+  bool isSubclassOf(const Class& other) const noexcept;
+  /// The lock of synchronised class-level methods (recursive).
+  std::recursive_mutex& lock() const noexcept { return lock_; }
+
+  /// The registered class of that name, or null when no such class has been
+  /// used yet.
+  static Class* named(std::string_view name);
+
+private:
+  std::string name_;
+  const Class* superclass_;
+  mutable std::recursive_mutex lock_;
+};
+
+/// The root of the object layer: an object with an intrusive, thread-safe
+/// retain count. A new object has a retain count of 1 and belongs to whoever
+/// made it; the last release destroys it. Subclasses declare their class
+/// object with VTCORE_OBJECT.
+class VTCORE_EXPORT Object {
+public:
+  Object() = default;
+  Object(const Object&) = delete;
+  Object& operator=(const Object&) = delete;
+
+  /// Adds one reference; returns the receiver.
+  virtual Object* retain();
+  /// Drops one reference; the last one destroys the object.
+  virtual void release();
+  /// The number of references held.
+  virtual unsigned long retainCount() const;
+  /// Hands one reference to the innermost AutoreleasePool of the calling
+  /// thread, which releases it when it ends. Without a pool the reference is
+  /// released when the thread ends. Returns the receiver.
+  virtual Object* autorelease();
+  /// A copy the caller owns (one reference). Objects of the layer are
+  /// immutable unless a subclass says otherwise, so the default shares the
+  /// receiver and retains it.
+  virtual Object* copy();
+  /// A readable description: "<ClassName: 0x...>" by default.
+  virtual std::string description() const;
+  /// The hash of isEqual: equal objects have equal hashes. Default: identity.
+  virtual std::size_t hash() const;
+  /// Equality; false for null. Default: identity.
+  virtual bool isEqual(const Object* other) const;
+
+  /// The class object of the receiver's class.
+  virtual const Class& objectClass() const { return classObject(); }
+  /// The class object of the root class, named "Object".
+  static const Class& classObject();
+
+  /// The lock of synchronised blocks on this object (recursive).
+  std::recursive_mutex& lock() const noexcept { return lock_; }
+
+protected:
+  /// Objects are destroyed by their last release, never directly.
+  virtual ~Object();
+  /// Destroys the receiver whatever its retain count; for classes that
+  /// manage their instances' lifetimes themselves (singletons).
+  void destroy() { delete this; }
+
+private:
+  std::atomic<unsigned long> retainCount_{1};
+  mutable std::recursive_mutex lock_;
+};
+
+/// Gives an object class its class object. Put it in the class body, with
+/// the class and its direct superclass:
+///
+///   class Note : public KWFlyweight {
+///     VTCORE_OBJECT(Note, KWFlyweight)
+///     ...
+///   };
+///
+/// The class is registered under the spelled name the first time its class
+/// object is used (an instance is made, or classObject() is called).
+#define VTCORE_OBJECT(ClassName, SuperName)                                                        \
+public:                                                                                            \
+  static const ::vtcore::Class& classObject() {                                                    \
+    static ::vtcore::Class theClass(#ClassName, &SuperName::classObject());                        \
+    return theClass;                                                                               \
+  }                                                                                                \
+  const ::vtcore::Class& objectClass() const override {                                            \
+    return classObject();                                                                          \
+  }                                                                                                \
+                                                                                                   \
+private:
+
+/// An owning handle of one reference to an object of the layer: copying
+/// retains, destruction releases. Ordinary code holds objects through it.
+template <typename T>
+class Ref {
+public:
+  Ref() = default;
+  Ref(std::nullptr_t) {}
+  Ref(const Ref& other) : object_(other.object_) {
+    if (object_)
+      object_->retain();
+  }
+  Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  template <typename U>
+  requires std::is_convertible_v<U*, T*> Ref(Ref<U> other) : object_(other.detach()) {}
+  ~Ref() {
+    if (object_)
+      object_->release();
+  }
+  Ref& operator=(Ref other) noexcept {
+    std::swap(object_, other.object_);
+    return *this;
+  }
+
+  /// Takes over a reference the caller owns (a new object, a copy).
+  static Ref adopt(T* object) {
+    Ref ref;
+    ref.object_ = object;
+    return ref;
+  }
+  /// Adds a reference of its own to `object` (may be null).
+  static Ref retain(T* object) {
+    if (object)
+      object->retain();
+    return adopt(object);
+  }
+
+  T* get() const noexcept { return object_; }
+  T* operator->() const noexcept { return object_; }
+  T& operator*() const noexcept { return *object_; }
+  explicit operator bool() const noexcept { return object_ != nullptr; }
+  /// Gives the reference back to the caller, leaving the handle empty.
+  T* detach() noexcept { return std::exchange(object_, nullptr); }
+
+  friend bool operator==(const Ref& a, const Ref& b) { return a.object_ == b.object_; }
+
+private:
+  T* object_ = nullptr;
+};
+
+/// Makes a new object and holds its first reference.
+template <typename T, typename... Arguments>
+Ref<T> makeObject(Arguments&&... arguments) {
+  return Ref<T>::adopt(new T(std::forward<Arguments>(arguments)...));
+}
+
+/// A deferred-release scope. Pools form a per-thread stack: autorelease()
+/// hands its reference to the innermost pool of the calling thread, and the
+/// pool releases every reference it was given when it ends (in the order
+/// they were given). Pools must end in the reverse order of their creation,
+/// which the scope rule of C++ ensures for pools on the stack.
+class VTCORE_EXPORT AutoreleasePool {
+public:
+  AutoreleasePool();
+  ~AutoreleasePool();
+  AutoreleasePool(const AutoreleasePool&) = delete;
+  AutoreleasePool& operator=(const AutoreleasePool&) = delete;
+
+  /// Releases what the pool holds now; the pool stays in place.
+  void drain();
+
+  /// Hands one reference to `object` (not null) to the innermost pool.
+  static void add(Object* object);
+
+private:
+  std::size_t depth_;
+};
+
+} // namespace vtcore
