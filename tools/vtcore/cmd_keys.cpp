@@ -47,12 +47,12 @@ struct Options {
 };
 
 // "de" or "de(nodeadkeys)", the form the converter names its layout in.
-bool chooseLayout(const std::string& spec) {
-  const auto open = spec.find('(');
-  if (open != std::string::npos && !spec.empty() && spec.back() == ')')
-    return KWKeyCodeConverter::setKeyboardLayout(spec.substr(0, open),
-                                                 spec.substr(open + 1, spec.size() - open - 2));
-  return KWKeyCodeConverter::setKeyboardLayout(spec);
+bool chooseLayout(const std::string& layoutText) {
+  const auto open = layoutText.find('(');
+  if (open != std::string::npos && !layoutText.empty() && layoutText.back() == ')')
+    return KWKeyCodeConverter::setKeyboardLayout(
+        layoutText.substr(0, open), layoutText.substr(open + 1, layoutText.size() - open - 2));
+  return KWKeyCodeConverter::setKeyboardLayout(layoutText);
 }
 
 std::optional<std::uint32_t> parseModifiers(const std::string& list) {

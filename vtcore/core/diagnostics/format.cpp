@@ -89,11 +89,11 @@ void appendCodePoint(std::string& out, unsigned long long value) {
 // snprintf into a std::string with a format built by the caller from one
 // validated conversion (flags, width, precision and conversion letter).
 template <typename T>
-void appendPrintf(std::string& out, const std::string& spec, T value) {
+void appendPrintf(std::string& out, const std::string& conversionFormat, T value) {
   char small[128];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  int length = std::snprintf(small, sizeof small, spec.c_str(), value);
+  int length = std::snprintf(small, sizeof small, conversionFormat.c_str(), value);
   if (length < 0)
     return;
   if (static_cast<std::size_t>(length) < sizeof small) {
@@ -101,7 +101,7 @@ void appendPrintf(std::string& out, const std::string& spec, T value) {
     return;
   }
   std::string large(static_cast<std::size_t>(length) + 1, '\0');
-  std::snprintf(large.data(), large.size(), spec.c_str(), value);
+  std::snprintf(large.data(), large.size(), conversionFormat.c_str(), value);
 #pragma GCC diagnostic pop
   out.append(large.data(), static_cast<std::size_t>(length));
 }
@@ -176,17 +176,17 @@ std::string formatSafely(std::string_view format, std::span<const FormatArgument
       out.append(asItStands);
       continue;
     }
-    std::string spec = "%" + flags + width + (hasPrecision ? "." + precision : "");
+    std::string conversionFormat = "%" + flags + width + (hasPrecision ? "." + precision : "");
     switch (conversion) {
     case 'd':
     case 'i':
-      appendPrintf(out, spec + "lld", argument.asSigned());
+      appendPrintf(out, conversionFormat + "lld", argument.asSigned());
       break;
     case 'o':
     case 'u':
     case 'x':
     case 'X':
-      appendPrintf(out, spec + "ll" + conversion, argument.asUnsigned());
+      appendPrintf(out, conversionFormat + "ll" + conversion, argument.asUnsigned());
       break;
     case 'c':
     case 'C':
@@ -206,13 +206,13 @@ std::string formatSafely(std::string_view format, std::span<const FormatArgument
     case 'G':
     case 'a':
     case 'A':
-      appendPrintf(out, spec + conversion, argument.asDouble());
+      appendPrintf(out, conversionFormat + conversion, argument.asDouble());
       break;
     case 'p':
-      appendPrintf(out, spec + "p", argument.asPointer());
+      appendPrintf(out, conversionFormat + "p", argument.asPointer());
       break;
     default: // s, S, @
-      appendPrintf(out, spec + "s", argument.description().c_str());
+      appendPrintf(out, conversionFormat + "s", argument.description().c_str());
       break;
     }
   }
