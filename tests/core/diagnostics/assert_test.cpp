@@ -128,13 +128,6 @@ TEST_F(Assertions, PercentSignsAreFormattedOnceMoreButNeverReadArguments) {
   EXPECT_EQ(utf8(presenter.requests().at(0).message), "ASSERT(ratio %% > %s %d) in loc failed.\n");
 }
 
-TEST_F(Assertions, PresenterAnswersOutOfRangeCountAsCancel) {
-  ScriptedPresenter presenter({42});
-  int counter = -1;
-  EXPECT_EQ(dbgASSERT(0, "x", "loc", &counter), 0);
-  EXPECT_EQ(counter, -1);
-}
-
 TEST(AssertionsDeath, StopWithoutCounterEndsTheProcessWithStatusOne) {
   EXPECT_EXIT(
       {

@@ -1,65 +1,53 @@
 // Test helpers: capture what the logger writes to standard error and to its
-// sink.
+// sink, and set environment variables for a scope.
 #pragma once
 
 #include <vtcore/core/diagnostics/log_sink.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
+#include <optional>
 #include <string>
 #include <unistd.h>
 
 namespace vtcore::test {
 
-/// Points descriptor 2 at a fresh regular file for its lifetime.
+/// Points descriptor 2 at a fresh regular file until restore().
 class StandardErrorToFile {
 public:
-  StandardErrorToFile() {
-    char path[] = "/tmp/vtcore-stderr-XXXXXX";
-    fd_ = mkstemp(path);
-    path_ = path;
+  StandardErrorToFile() : file_(std::tmpfile()), saved_(dup(STDERR_FILENO)) {
     std::fflush(stderr);
-    saved_ = dup(STDERR_FILENO);
-    dup2(fd_, STDERR_FILENO);
+    dup2(fileno(file_), STDERR_FILENO);
   }
   ~StandardErrorToFile() {
     restore();
-    close(fd_);
-    unlink(path_.c_str());
+    std::fclose(file_);
   }
   StandardErrorToFile(const StandardErrorToFile&) = delete;
   StandardErrorToFile& operator=(const StandardErrorToFile&) = delete;
 
   void restore() {
-    if (saved_ >= 0) {
-      dup2(saved_, STDERR_FILENO);
-      close(saved_);
-      saved_ = -1;
-    }
+    if (saved_ >= 0)
+      dup2(saved_, STDERR_FILENO), close(saved_), saved_ = -1;
   }
   std::string contents() const {
     std::string text;
     char buffer[65536];
-    ssize_t n;
-    off_t offset = 0;
-    while ((n = pread(fd_, buffer, sizeof buffer, offset)) > 0) {
+    for (ssize_t n;
+         (n = pread(fileno(file_), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0;)
       text.append(buffer, static_cast<std::size_t>(n));
-      offset += n;
-    }
     return text;
   }
 
 private:
-  int fd_ = -1;
-  int saved_ = -1;
-  std::string path_;
+  std::FILE* file_;
+  int saved_;
 };
 
 /// Installs a MemoryLogSink for its lifetime.
 class CapturedLog {
 public:
-  CapturedLog() { previous_ = setLogSink(&sink_); }
+  CapturedLog() : previous_(setLogSink(&sink_)) {}
   ~CapturedLog() { setLogSink(previous_); }
   CapturedLog(const CapturedLog&) = delete;
   CapturedLog& operator=(const CapturedLog&) = delete;
@@ -67,32 +55,25 @@ public:
 
 private:
   MemoryLogSink sink_;
-  LogSink* previous_ = nullptr;
+  LogSink* previous_;
 };
 
-/// Sets or unsets an environment variable for its lifetime.
+/// Sets (or, with a null value, unsets) an environment variable for its
+/// lifetime.
 class ScopedEnv {
 public:
   ScopedEnv(const char* name, const char* value) : name_(name) {
     if (const char* old = std::getenv(name))
-      old_ = old, hadOld_ = true;
-    if (value)
-      setenv(name, value, 1);
-    else
-      unsetenv(name);
+      old_ = old;
+    value ? setenv(name, value, 1) : unsetenv(name);
   }
-  ~ScopedEnv() {
-    if (hadOld_)
-      setenv(name_.c_str(), old_.c_str(), 1);
-    else
-      unsetenv(name_.c_str());
-  }
+  ~ScopedEnv() { old_ ? setenv(name_.c_str(), old_->c_str(), 1) : unsetenv(name_.c_str()); }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
 
 private:
-  std::string name_, old_;
-  bool hadOld_ = false;
+  std::string name_;
+  std::optional<std::string> old_;
 };
 
 } // namespace vtcore::test

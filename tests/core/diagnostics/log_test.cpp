@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <map>
+#include <fcntl.h>
 #include <regex>
 #include <sstream>
 #include <sys/stat.h>
@@ -46,62 +46,51 @@ TEST_F(Logging, LevelsOutsideZeroToSevenAndMissingTextsWriteNothing) {
   EXPECT_TRUE(log_.sink().records().empty());
 }
 
-TEST_F(Logging, RecordCarriesTheKeysInOrder) {
+TEST_F(Logging, RecordAndBannerNameTimeProcessPidAndThread) {
   StandardErrorToFile err;
   KWLogCString(4, true, "Loader", "loaded %d files", 3);
   KWLogCString(2, false, nullptr, "plain");
   err.restore();
+  std::ostringstream thread;
+  thread << std::hex << static_cast<unsigned>(gettid());
+  const std::string text = err.contents();
+  EXPECT_TRUE(
+      std::regex_match(text, std::regex(R"(^\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3} )" +
+                                        std::string(program_invocation_short_name) + R"(\[)" +
+                                        std::to_string(getpid()) + ":" + thread.str() +
+                                        R"(\] Loader: loaded 3 files\nplain\n$)")))
+      << text;
+
   auto records = log_.sink().records();
   ASSERT_EQ(records.size(), 2u);
   EXPECT_EQ(keys(records[0]), (std::vector<std::string>{"QXLog Local Time", "QXLog Thread",
                                                         "ReadUID", "Level", "Message"}));
   EXPECT_EQ(records[0].identity, "Loader");
+  EXPECT_EQ(records[0].field("QXLog Local Time"), text.substr(0, 23));
+  EXPECT_EQ(records[0].field("QXLog Thread"), thread.str());
+  EXPECT_EQ(records[0].field("ReadUID"), std::to_string(geteuid()));
   EXPECT_EQ(records[0].field("Level"), "4");
   EXPECT_EQ(records[0].field("Message"), "loaded 3 files");
-  EXPECT_EQ(records[0].field("ReadUID"), std::to_string(geteuid()));
-  // Without a banner there are no time attributes, and the identity falls
-  // back to the logger's own name.
+  // Without a banner there are no time attributes; the identity falls back
+  // to the logger's own name.
   EXPECT_EQ(keys(records[1]), (std::vector<std::string>{"ReadUID", "Level", "Message"}));
   EXPECT_EQ(records[1].identity, "KWLogCString");
 }
 
-TEST_F(Logging, BannerNamesTimeProcessPidAndThread) {
+TEST_F(Logging, LineFeedIsAddedUnlessTheBodyEndsALineOrBackspaces) {
   StandardErrorToFile err;
-  KWLogCString(6, true, "Loader", "ready");
-  err.restore();
-  const std::string text = err.contents();
-  std::ostringstream expected;
-  expected << R"(^\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3} )" << program_invocation_short_name
-           << R"(\[)" << getpid() << ":" << std::hex << static_cast<unsigned>(gettid())
-           << R"(\] Loader: ready\n$)";
-  EXPECT_TRUE(std::regex_match(text, std::regex(expected.str()))) << text;
-  auto record = log_.sink().records().at(0);
-  EXPECT_TRUE(std::regex_match(record.field("QXLog Local Time"),
-                               std::regex(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3})")));
-  std::ostringstream thread;
-  thread << std::hex << static_cast<unsigned>(gettid());
-  EXPECT_EQ(record.field("QXLog Thread"), thread.str());
-  EXPECT_EQ(text.substr(0, 23), record.field("QXLog Local Time"));
-}
-
-TEST_F(Logging, TagWithoutMessageEndsTheBannerWithoutColon) {
-  StandardErrorToFile err;
-  KWLogCString(6, true, "Loader", nullptr);
-  err.restore();
-  const std::string text = err.contents();
-  EXPECT_TRUE(text.ends_with("] Loader\n")) << text;
-  EXPECT_EQ(log_.sink().records().at(0).field("Message"), "Loader");
-}
-
-TEST_F(Logging, PlainMessageGetsExactlyOneLineFeed) {
-  StandardErrorToFile err;
+  KWLogCString(6, true, "Loader", nullptr); // the banner ends in the tag, no ": "
   KWLogCString(6, false, nullptr, "x=%d", 5);
   KWLogCString(6, false, nullptr, "ends in a line feed\n");
   KWLogCString(6, false, nullptr, "ends in a backspace\b");
   KWLogCString(6, false, "TagOnly", nullptr);
   KWLogCString(6, false, nullptr, "%s", "");
   err.restore();
-  EXPECT_EQ(err.contents(), "x=5\nends in a line feed\nends in a backspace\bTagOnly\n\n");
+  const std::string text = err.contents();
+  const std::size_t firstLine = text.find('\n') + 1;
+  EXPECT_TRUE(text.substr(0, firstLine).ends_with("] Loader\n")) << text;
+  EXPECT_EQ(text.substr(firstLine), "x=5\nends in a line feed\nends in a backspace\bTagOnly\n\n");
+  EXPECT_EQ(log_.sink().records().front().field("Message"), "Loader");
 }
 
 TEST_F(Logging, HugeMessageIsWrittenWhole) {
@@ -146,28 +135,6 @@ TEST_F(Logging, EightThreadsNeverInterleaveWithinALine) {
 
 // --- The standard-error decision -------------------------------------------
 
-// Runs `body` with descriptor 2 replaced by the write end of a pipe and
-// returns what arrived on the pipe.
-template <typename Body>
-std::string throughPipe(Body body) {
-  int fds[2];
-  EXPECT_EQ(pipe2(fds, O_CLOEXEC | O_NONBLOCK), 0);
-  std::fflush(stderr);
-  int saved = dup(STDERR_FILENO);
-  dup2(fds[1], STDERR_FILENO);
-  body(fds[1]);
-  dup2(saved, STDERR_FILENO);
-  close(saved);
-  close(fds[1]);
-  std::string text;
-  char buffer[4096];
-  ssize_t n;
-  while ((n = read(fds[0], buffer, sizeof buffer)) > 0)
-    text.append(buffer, static_cast<std::size_t>(n));
-  close(fds[0]);
-  return text;
-}
-
 std::string streamIdentity(int fd) {
   struct stat status {};
   fstat(fd, &status);
@@ -175,26 +142,39 @@ std::string streamIdentity(int fd) {
 }
 
 TEST_F(Logging, PipeIsWrittenUnlessItIsTheJournalStream) {
-  EXPECT_EQ(throughPipe([](int) { KWLogCString(6, false, nullptr, "to a pipe"); }), "to a pipe\n");
-  EXPECT_EQ(throughPipe([](int fd) {
-              ScopedEnv stream("JOURNAL_STREAM", streamIdentity(fd).c_str());
-              KWLogCString(6, false, nullptr, "already in the journal");
-            }),
-            "");
-  // A journal stream that is some other file does not count.
-  EXPECT_EQ(throughPipe([](int) {
-              ScopedEnv stream("JOURNAL_STREAM", "1:2");
-              KWLogCString(6, false, nullptr, "other stream");
-            }),
-            "other stream\n");
-  // Forcing the copy wins over the journal stream.
-  EXPECT_EQ(throughPipe([](int fd) {
-              ScopedEnv stream("JOURNAL_STREAM", streamIdentity(fd).c_str());
-              ScopedEnv force("QXLOG_FORCE_STDERR", "1");
-              KWLogCString(6, false, nullptr, "forced");
-            }),
-            "forced\n");
-  EXPECT_EQ(log_.sink().records().size(), 4u);
+  enum class Stream { Unset, ThisPipe, Other };
+  const struct {
+    Stream journalStream;
+    bool force;
+    bool written;
+  } cases[] = {{Stream::Unset, false, true},
+               {Stream::ThisPipe, false, false}, // systemd already logs it
+               {Stream::Other, false, true},
+               {Stream::ThisPipe, true, true}}; // forcing the copy wins
+  for (const auto& c : cases) {
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC | O_NONBLOCK), 0);
+    std::fflush(stderr);
+    const int saved = dup(STDERR_FILENO);
+    dup2(fds[1], STDERR_FILENO);
+    {
+      const std::string identity = c.journalStream == Stream::ThisPipe ? streamIdentity(fds[1])
+                                   : c.journalStream == Stream::Other  ? "1:2"
+                                                                       : "";
+      ScopedEnv stream("JOURNAL_STREAM", identity.empty() ? nullptr : identity.c_str());
+      ScopedEnv force("QXLOG_FORCE_STDERR", c.force ? "1" : nullptr);
+      KWLogCString(6, false, nullptr, "line");
+    }
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    close(fds[1]);
+    char buffer[64];
+    const ssize_t n = read(fds[0], buffer, sizeof buffer);
+    close(fds[0]);
+    EXPECT_EQ(n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : "",
+              c.written ? "line\n" : "");
+  }
+  EXPECT_EQ(log_.sink().records().size(), 4u); // the journal record is always made
 }
 
 TEST_F(Logging, RegularFileIsWrittenEvenAsJournalStream) {
@@ -240,12 +220,6 @@ TEST_F(Logging, KWLogFillsObjectPlaceholdersAndFormatsTwice) {
   auto records = log_.sink().records();
   ASSERT_EQ(records.size(), 3u);
   EXPECT_EQ(records[2].field("Message"), "NullFormat");
-}
-
-TEST_F(Logging, BannerSwitchIsReadAtEveryCall) {
-  EXPECT_EQ(KWLogWithSyslogBanner(), 1);
-  ScopedEnv off("VTCORE_TRACE_WITHOUT_BANNER", "");
-  EXPECT_EQ(KWLogWithSyslogBanner(), 0);
 }
 
 TEST(JournalFieldName, KeysBecomeUpperCaseWithUnderscores) {

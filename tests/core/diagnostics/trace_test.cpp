@@ -78,16 +78,4 @@ TEST_F(Trace, ContainerIndentsEveryElementOnStandardOutput) {
   EXPECT_EQ(taken(), std::string(12, ' '));
 }
 
-TEST_F(Trace, FramingHooksWriteNothing) {
-  std::ostringstream stream;
-  stream << "x";
-  TraceOutIndentBegin(stream, "n", "t", 2);
-  TraceOutIndentEnd(stream);
-  TraceOutContainerBegin(stream, "n", 3, "t", 2);
-  TraceOutContainerEndl(stream);
-  EXPECT_EQ(&TraceOutContainerEnd(stream), &stream);
-  EXPECT_EQ(stream.str(), "x");
-  EXPECT_TRUE(gTraceIndent.empty());
-}
-
 } // namespace
