@@ -10,8 +10,8 @@
 #include <QTimer>
 #include <gtest/gtest.h>
 
-#include <string>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -26,81 +26,57 @@ vtcore::AlertRequest threeButtonRequest() {
   return request;
 }
 
-// Clicks the button titled `title` of the first message box that shows up,
-// from the event loop the box runs. Returns the polling timer.
-std::unique_ptr<QTimer> clickWhenShown(const QString& title, QString* seenMessage = nullptr) {
-  auto poll = std::make_unique<QTimer>();
-  QTimer* timer = poll.get();
-  QObject::connect(timer, &QTimer::timeout, [timer, title, seenMessage] {
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-      auto* box = qobject_cast<QMessageBox*>(widget);
-      if (!box || !box->isVisible())
-        continue;
-      for (QAbstractButton* button : box->buttons()) {
-        if (button->text() == title) {
-          if (seenMessage)
-            *seenMessage = box->informativeText();
-          timer->stop();
+// Clicks the button titled `title` (the first one if `title` is empty) of
+// the first message box that shows up, from the event loop the box runs, and
+// records what the box showed.
+struct BoxClicker {
+  QString message;
+  int buttons = -1;
+  QTimer poll;
+
+  explicit BoxClicker(const QString& title) {
+    QObject::connect(&poll, &QTimer::timeout, [this, title] {
+      auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+      for (QAbstractButton* button : box ? box->buttons() : QList<QAbstractButton*>()) {
+        if (title.isEmpty() || button->text() == title) {
+          message = box->informativeText();
+          buttons = static_cast<int>(box->buttons().size());
+          poll.stop();
           button->click();
           return;
         }
       }
-    }
-  });
-  poll->start(0);
-  return poll;
-}
-
-struct ButtonAnswer {
-  const char* title;
-  int answer;
+    });
+    poll.start(0);
+  }
 };
-
-class QtAlertButtons : public testing::TestWithParam<ButtonAnswer> {};
 
 } // namespace
 
-TEST_P(QtAlertButtons, EachButtonGivesItsAnswer) {
-  QString message;
-  auto clicker = clickWhenShown(QString::fromUtf8(GetParam().title), &message);
-  EXPECT_EQ(vtcore::presentQtAlert(threeButtonRequest()), GetParam().answer);
-  EXPECT_EQ(message, QString::fromUtf8("Message with ümlauts"));
+TEST(QtAlert, EachButtonGivesItsAnswer) {
+  const std::pair<const char*, int> cases[] = {{"Resume", vtcore::kAlertDefault},
+                                               {"Debugger", vtcore::kAlertAlternate},
+                                               {"Stop", vtcore::kAlertOther}};
+  for (const auto& [title, answer] : cases) {
+    BoxClicker clicker(QString::fromUtf8(title));
+    EXPECT_EQ(vtcore::presentQtAlert(threeButtonRequest()), answer) << title;
+    EXPECT_EQ(clicker.message, QString::fromUtf8("Message with ümlauts"));
+  }
+
+  // Buttons without a title are left out.
+  vtcore::AlertRequest request;
+  request.header = icu::UnicodeString::fromUTF8("Note");
+  BoxClicker clicker{QString()};
+  EXPECT_EQ(vtcore::presentQtAlert(request), vtcore::kAlertDefault);
+  EXPECT_EQ(clicker.buttons, 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, QtAlertButtons,
-                         testing::Values(ButtonAnswer{"Resume", vtcore::kAlertDefault},
-                                         ButtonAnswer{"Debugger", vtcore::kAlertAlternate},
-                                         ButtonAnswer{"Stop", vtcore::kAlertOther}),
-                         [](const testing::TestParamInfo<ButtonAnswer>& param) {
-                           return std::string(param.param.title);
-                         });
-
-TEST(QtAlert, TimeOutAnswersCancel) {
+TEST(QtAlert, TimeOutAnswersCancelOnTheMainOrAWorkerThread) {
   vtcore::AlertRequest request = threeButtonRequest();
   request.timeoutSeconds = 0.01;
   EXPECT_EQ(vtcore::presentQtAlert(request), vtcore::kAlertCancel);
-}
 
-TEST(QtAlert, OnlyTheDefaultButtonWhenTheOthersHaveNoTitle) {
-  vtcore::AlertRequest request;
-  request.header = icu::UnicodeString::fromUTF8("Note");
-  int buttons = -1;
-  QTimer poll;
-  QObject::connect(&poll, &QTimer::timeout, [&] {
-    if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
-      buttons = static_cast<int>(box->buttons().size());
-      poll.stop();
-      box->buttons().front()->click();
-    }
-  });
-  poll.start(0);
-  EXPECT_EQ(vtcore::presentQtAlert(request), vtcore::kAlertDefault);
-  EXPECT_EQ(buttons, 1);
-}
-
-TEST(QtAlert, WorkerThreadAlertIsShownOnTheMainThread) {
-  vtcore::AlertRequest request = threeButtonRequest();
-  request.timeoutSeconds = 0.01;
+  // From a worker, the box is shown by the main thread's event loop.
   int answer = -1;
   QEventLoop loop;
   std::thread worker([&] {
@@ -115,7 +91,7 @@ TEST(QtAlert, WorkerThreadAlertIsShownOnTheMainThread) {
 TEST(QtAlert, InitializationInstallsThePresenterThatAssertionsAsk) {
   vtcore::initializeUi();
   // dbgASSERT's alternate button breaks into the debugger: it answers 1.
-  auto clicker = clickWhenShown(QStringLiteral("Debugger"));
+  BoxClicker clicker(QStringLiteral("Debugger"));
   EXPECT_EQ(dbgASSERT(0, "1 == 2", "alert_presenter_test", nullptr), 1);
   vtcore::setAlertPresenter({});
 }

@@ -18,48 +18,31 @@ QImage render(DfBorderView& view) {
 
 } // namespace
 
-TEST(DfBorderView, GripLiesCentredAlongTheLongerSide) {
-  DfBorderView view;
-  view.resize(200, 9);
-  QRectF grip = view.gripRect();
-  EXPECT_GT(grip.width(), grip.height());
-  EXPECT_EQ(grip.center(), QRectF(view.rect()).center());
-
-  view.resize(9, 200);
-  grip = view.gripRect();
-  EXPECT_GT(grip.height(), grip.width());
-  EXPECT_TRUE(QRectF(view.rect()).contains(grip));
-
-  // Too small for a grip, or asked not to draw one.
-  view.resize(6, 2);
-  EXPECT_TRUE(view.gripRect().isEmpty());
-  view.resize(200, 9);
-  view.setDrawsGrip(false);
-  EXPECT_TRUE(view.gripRect().isEmpty());
-}
-
-TEST(DfBorderView, DrawsBordersOnlyOnTheChosenEdgesAndTheGripInTheMiddle) {
+TEST(DfBorderView, DrawsBordersOnTheChosenEdgesAndTheGripAlongTheLongerSide) {
   DfBorderView view;
   view.resize(120, 12);
   view.setBorderColor(kBorder);
   view.setBackgroundColor(kBackground);
   view.setBorderEdges(Qt::TopEdge | Qt::BottomEdge);
-  EXPECT_EQ(view.borderColor(), kBorder);
-
   const QImage image = render(view);
   ASSERT_EQ(image.size(), QSize(120, 12));
   EXPECT_EQ(image.pixelColor(60, 0), kBorder);
   EXPECT_EQ(image.pixelColor(60, 11), kBorder);
-  // No left or right border; the background elsewhere.
+  // No left or right border; the grip in the centre in a colour of its own.
   EXPECT_EQ(image.pixelColor(0, 6), kBackground);
   EXPECT_EQ(image.pixelColor(119, 6), kBackground);
-  EXPECT_EQ(image.pixelColor(10, 6), kBackground);
-  // The grip covers the centre with a colour of its own.
-  const QColor centre = image.pixelColor(60, 6);
-  EXPECT_NE(centre, kBackground);
-  EXPECT_NE(centre, kBorder);
+  EXPECT_NE(image.pixelColor(60, 6), kBackground);
+  EXPECT_NE(image.pixelColor(60, 6), kBorder);
+  EXPECT_GT(view.gripRect().width(), view.gripRect().height());
 
+  view.resize(9, 200);
+  EXPECT_GT(view.gripRect().height(), view.gripRect().width());
+  EXPECT_TRUE(QRectF(view.rect()).contains(view.gripRect()));
+  view.resize(6, 2); // too small for a grip
+  EXPECT_TRUE(view.gripRect().isEmpty());
+  view.resize(120, 12);
   view.setDrawsGrip(false);
+  EXPECT_TRUE(view.gripRect().isEmpty());
   EXPECT_EQ(render(view).pixelColor(60, 6), kBackground);
 }
 
@@ -69,7 +52,6 @@ TEST(DfBorderView, DefaultColoursComeFromThePalette) {
   QPalette palette = view.palette();
   palette.setColor(QPalette::Mid, QColor(0, 200, 0));
   view.setPalette(palette);
-  EXPECT_FALSE(view.borderColor().isValid());
   EXPECT_EQ(render(view).pixelColor(30, 0), QColor(0, 200, 0));
 }
 
@@ -82,12 +64,10 @@ TEST(DfBorderViewRealWindow, IsVisibleOnScreen) {
   view.resize(160, 16);
   view.show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
-  QScreen* screen = view.screen();
-  ASSERT_NE(screen, nullptr);
   QImage shot;
   // The window system may show the window before its first paint arrives.
   const bool painted = QTest::qWaitFor([&] {
-    shot = screen->grabWindow(view.winId()).toImage().convertToFormat(QImage::Format_RGB32);
+    shot = view.screen()->grabWindow(view.winId()).toImage().convertToFormat(QImage::Format_RGB32);
     return !shot.isNull() && shot.width() >= 160 && shot.pixelColor(80, 0) == kBorder;
   });
   ASSERT_TRUE(painted) << "platform " << qPrintable(QGuiApplication::platformName());

@@ -11,9 +11,8 @@ vtcore_add_gtest(vtcore_ui_common_test
   LABELS ui)
 set_target_properties(vtcore_ui_common_test PROPERTIES AUTOMOC ON)
 
-# The same tests that need a window system, in a real X server: modal
-# dialogs and nested loops of the timer, and a border view read back from
-# the screen.
+# The tests that need a window system (modal dialogs, nested loops, reading
+# the screen back) in a real X server.
 find_program(VTCORE_XVFB_RUN xvfb-run)
 if(VTCORE_XVFB_RUN)
   add_test(NAME ui_real_window
@@ -25,9 +24,8 @@ else()
   message(STATUS "xvfb-run not found: the real-window UI test is not registered")
 endif()
 
-# A program that links only vtcore-ui and calls nothing of it but the image
-# loader. --as-needed drops a library whose symbols a program never uses,
-# so this is the case where the resources must still be found.
+# --as-needed drops a library whose symbols a program never uses: the image
+# loader must still find the resources from a program that calls only it.
 add_executable(vtcore_ui_image_loader_test ${CMAKE_CURRENT_LIST_DIR}/image_loader_main.cpp)
 target_link_libraries(vtcore_ui_image_loader_test PRIVATE VTCore::ui)
 target_link_options(vtcore_ui_image_loader_test PRIVATE -Wl,--as-needed)
