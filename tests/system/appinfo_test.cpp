@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <sys/utsname.h>
 
 namespace {
@@ -22,43 +21,31 @@ TEST(ApplicationInfo, NameAndVersionDefaultToTheProcessAndCanBeSet) {
   vtcore::setApplicationName(u"");
   vtcore::setApplicationVersion(u"");
   EXPECT_EQ(utf8(KWApplicationName()), program_invocation_short_name);
-}
 
-TEST(ApplicationInfo, SystemVersionNamesTheKernelRelease) {
   utsname names{};
   ASSERT_EQ(uname(&names), 0);
-  const std::string version = utf8(KWOSVersion());
-  EXPECT_TRUE(version.ends_with(std::string(", kernel ") + names.release)) << version;
-  EXPECT_GT(version.size(), std::string(", kernel ").size() + std::strlen(names.release));
+  const std::string system = utf8(KWOSVersion()), kernel = std::string(", kernel ") + names.release;
+  EXPECT_TRUE(system.ends_with(kernel) && system.size() > kernel.size()) << system;
 }
 
-struct OsReleaseCase {
-  const char* text;
-  const char* prettyName; // null: none
-};
-
-class OsRelease : public testing::TestWithParam<OsReleaseCase> {};
-
-TEST_P(OsRelease, PrettyNameIsReadAsTheShellWouldReadIt) {
-  auto name = vtcore::detail::osReleasePrettyName(GetParam().text);
-  if (GetParam().prettyName)
-    EXPECT_EQ(name, std::optional<std::string>(GetParam().prettyName));
-  else
-    EXPECT_EQ(name, std::nullopt);
+TEST(ApplicationInfo, PrettyNameIsReadAsTheShellWouldReadIt) {
+  const struct {
+    const char *text, *prettyName; // null: none
+  } cases[] = {{"NAME=\"Debian\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\nID=debian\n",
+                "Debian GNU/Linux 12 (bookworm)"},
+               {"PRETTY_NAME='Fedora Linux 39'", "Fedora Linux 39"},
+               {"PRETTY_NAME=Arch\r\n", "Arch"},
+               {"PRETTY_NAME=\"Say \\\"hi\\\" \\$HOME\"", "Say \"hi\" $HOME"},
+               {"PRETTY_NAME=\"first\"\nPRETTY_NAME=\"second\"", "second"},
+               {"# PRETTY_NAME=\"comment\"\nNAME=x", nullptr},
+               {"PRETTY_NAME=\"unterminated", nullptr},
+               {"PRETTY_NAME=", nullptr},
+               {"", nullptr}};
+  for (const auto& c : cases) {
+    const auto name = vtcore::detail::osReleasePrettyName(c.text);
+    EXPECT_EQ(name, c.prettyName ? std::optional<std::string>(c.prettyName) : std::nullopt)
+        << c.text;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, OsRelease,
-    testing::Values(
-        OsReleaseCase{"NAME=\"Debian GNU/Linux\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n"
-                      "ID=debian\n",
-                      "Debian GNU/Linux 12 (bookworm)"},
-        OsReleaseCase{"PRETTY_NAME='Fedora Linux 39'", "Fedora Linux 39"},
-        OsReleaseCase{"PRETTY_NAME=Arch\r\n", "Arch"},
-        OsReleaseCase{"PRETTY_NAME=\"Say \\\"hi\\\" \\$HOME\"", "Say \"hi\" $HOME"},
-        OsReleaseCase{"PRETTY_NAME=\"first\"\nPRETTY_NAME=\"second\"", "second"},
-        OsReleaseCase{"# PRETTY_NAME=\"comment\"\nNAME=x", nullptr},
-        OsReleaseCase{"PRETTY_NAME=\"unterminated", nullptr},
-        OsReleaseCase{"PRETTY_NAME=", nullptr}, OsReleaseCase{"", nullptr}));
 
 } // namespace

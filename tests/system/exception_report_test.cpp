@@ -40,28 +40,29 @@ protected:
     vtcore::setTerminateHook({});
     vtcore::setSymbolTool("");
     vtcore::setLogSink(previousSink_);
+    vtcore::setApplicationName(u"");
+    vtcore::setApplicationVersion(u"");
   }
-
   void answerWith(int answer) {
     vtcore::setAlertPresenter([this, answer](const vtcore::AlertRequest& request) {
       requests_.push_back(request);
       return answer;
     });
   }
-
   // The messages the report logged.
   std::vector<std::string> messages() const {
     std::vector<std::string> result;
     for (const auto& record : sink_.records())
-      if (record.identity == "KWDisplayExceptionReport")
-        for (const auto& [key, value] : record.fields)
-          if (key == "Message")
-            result.push_back(value);
+      for (const auto& [key, value] : record.fields)
+        if (record.identity == "KWDisplayExceptionReport" && key == "Message")
+          result.push_back(value);
     return result;
   }
-
-  std::string header() const { return "**** Tester has encountered an unexpected error. ****\n\n"; }
-  std::string footer() const { return "\n\nTester 1.2\n" + utf8(KWOSVersion()) + "\n\n"; }
+  // The logged report of an exception whose text is `text`.
+  static std::string report(const std::string& text) {
+    return "**** Tester has encountered an unexpected error. ****\n\n" + text + "\n\nTester 1.2\n" +
+           utf8(KWOSVersion()) + "\n\n";
+  }
 
   vtcore::MemoryLogSink sink_;
   vtcore::LogSink* previousSink_ = nullptr;
@@ -71,30 +72,28 @@ protected:
 
 TEST_F(ExceptionReport, ResumeReturnsAndALaterExceptionIsReportedAgain) {
   KWDisplayExceptionReport(std::runtime_error("disk full"));
-  ASSERT_EQ(messages(), (std::vector<std::string>{header() + "disk full" + footer(),
-                                                  "No stack trace available."}));
   ASSERT_EQ(requests_.size(), 1u);
   const auto& alert = requests_[0];
   EXPECT_EQ(alert.level, vtcore::AlertLevel::Critical);
-  EXPECT_EQ(utf8(alert.header), "Tester has encountered an unexpected error.");
-  EXPECT_EQ(utf8(alert.message), "disk full\n\nA stack trace has been written to the log.");
-  EXPECT_EQ(utf8(alert.defaultButton), "Stop");
-  EXPECT_EQ(utf8(alert.alternateButton), "Resume");
-  EXPECT_EQ(utf8(alert.otherButton), "Crash with crash report");
+  EXPECT_EQ(utf8(alert.header) + "|" + utf8(alert.message) + "|" + utf8(alert.defaultButton) + "|" +
+                utf8(alert.alternateButton) + "|" + utf8(alert.otherButton),
+            "Tester has encountered an unexpected error.|disk full\n\nA stack trace has been "
+            "written to the log.|Stop|Resume|Crash with crash report");
+  KWDisplayExceptionReport(std::runtime_error("again 100%")); // texts are never formats
+  // An exception prints as its reason; an empty trace is no trace.
+  KWDisplayExceptionReport(
+      KWException("ESSingleton", "+singleton not implemented", {{KWExceptionStackTraceKey, ""}}));
+  const std::string none = "No stack trace available.";
+  EXPECT_EQ(messages(),
+            (std::vector<std::string>{report("disk full"), none, report("again 100%"), none,
+                                      report("+singleton not implemented"), none}));
   EXPECT_EQ(terminations_, 0);
-
-  KWDisplayExceptionReport(std::runtime_error("again 100%"));
-  EXPECT_EQ(messages().size(), 4u);
-  EXPECT_EQ(messages()[2], header() + "again 100%" + footer()) << "texts are never formats";
-  EXPECT_EQ(requests_.size(), 2u);
 }
 
 TEST_F(ExceptionReport, AReportDuringAReportIsDroppedSilently) {
   vtcore::setAlertPresenter([this](const vtcore::AlertRequest& request) {
     requests_.push_back(request);
-    const auto logged = messages().size();
     KWDisplayExceptionReport(std::runtime_error("nested"));
-    EXPECT_EQ(messages().size(), logged);
     return vtcore::kAlertAlternate;
   });
   KWDisplayExceptionReport(std::runtime_error("outer"));
@@ -102,14 +101,7 @@ TEST_F(ExceptionReport, AReportDuringAReportIsDroppedSilently) {
   EXPECT_EQ(messages().size(), 2u);
 }
 
-TEST_F(ExceptionReport, StopAsksTheApplicationToTerminate) {
-  KWDisplayExceptionReport(
-      KWException("ESSingleton", "+singleton not implemented", {{KWExceptionStackTraceKey, ""}}));
-  EXPECT_EQ(terminations_, 0);
-  // An exception prints as its reason.
-  EXPECT_EQ(messages()[0], header() + "+singleton not implemented" + footer());
-  EXPECT_EQ(messages()[1], "No stack trace available.") << "an empty trace is no trace";
-
+TEST_F(ExceptionReport, StopAsksTheApplicationToTerminateAndCancelResumes) {
   answerWith(vtcore::kAlertDefault);
   KWDisplayExceptionReport(std::runtime_error("x"));
   EXPECT_EQ(terminations_, 1);
@@ -118,31 +110,26 @@ TEST_F(ExceptionReport, StopAsksTheApplicationToTerminate) {
   EXPECT_EQ(terminations_, 2);
   answerWith(vtcore::kAlertCancel);
   KWDisplayExceptionReport(std::runtime_error("x"));
-  EXPECT_EQ(terminations_, 2) << "a cancelled alert resumes";
-}
-
-// A stand-in symbol tool that writes its arguments, one a line, to a file.
-std::string writeArgumentRecorder(const std::string& directory) {
-  const std::string tool = directory + "/symbols";
-  std::ofstream(tool) << "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"" << directory << "/arguments\"\n";
-  chmod(tool.c_str(), 0755);
-  return tool;
+  EXPECT_EQ(terminations_, 2);
 }
 
 TEST_F(ExceptionReport, StartsTheSymbolToolWithTheSplitStackAddresses) {
+  // A stand-in tool that writes its arguments, one a line, to a file.
   char directory[] = "/tmp/vtcore-report-XXXXXX";
   ASSERT_NE(mkdtemp(directory), nullptr);
-  vtcore::setSymbolTool(writeArgumentRecorder(directory));
+  const std::string tool = std::string(directory) + "/symbols", out = tool + ".out";
+  std::ofstream(tool) << "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"" << out << "\"\n";
+  chmod(tool.c_str(), 0755);
+  vtcore::setSymbolTool(tool);
   KWDisplayExceptionReport(KWException("KWFlyweight", "bad",
                                        {{KWExceptionStackTraceKey, "0x401000  0x401abc  0x7f00"}}));
   ASSERT_TRUE(vtcore::waitForSymbolTools(30));
-  std::ifstream in(std::string(directory) + "/arguments");
+  std::ifstream in(out);
   std::string arguments, line;
   while (std::getline(in, line))
     arguments += line + " ";
   EXPECT_EQ(arguments, "-p " + std::to_string(getpid()) + " -a -f -C 0x401000 0x401abc 0x7f00 ");
   EXPECT_EQ(messages().size(), 1u) << "no 'No stack trace' line";
-  EXPECT_EQ(requests_.size(), 1u);
 }
 
 TEST_F(ExceptionReport, AMissingSymbolToolCostsOneLoggedLine) {
@@ -155,10 +142,14 @@ TEST_F(ExceptionReport, AMissingSymbolToolCostsOneLoggedLine) {
   EXPECT_EQ(requests_.size(), 1u) << "the report went on";
 }
 
-int childStatus(const std::function<void()>& body) {
+// Runs a report in a forked child answered with `answer`; the exit status.
+int childStatus(int answer, bool defaultTerminateHook = false) {
   const pid_t pid = fork();
   if (pid == 0) {
-    body();
+    if (defaultTerminateHook)
+      vtcore::setTerminateHook({});
+    vtcore::setAlertPresenter([answer](const vtcore::AlertRequest&) { return answer; });
+    KWDisplayExceptionReport(std::runtime_error("x"));
     _exit(7); // the report returned
   }
   int status = 0;
@@ -167,23 +158,17 @@ int childStatus(const std::function<void()>& body) {
 }
 
 TEST_F(ExceptionReport, CrashWithCrashReportEndsTheProcessWithAnInvalidMemoryFault) {
-  const int status = childStatus([this] {
-    answerWith(vtcore::kAlertOther);
-    KWDisplayExceptionReport(std::runtime_error("crash"));
-  });
+  const int status = childStatus(vtcore::kAlertOther);
   if (SANITIZED)
-    EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) == 7)
-        << "the sanitizers report the fault";
+    EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << "the sanitizers report it";
   else
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;
+  const int resumed = childStatus(vtcore::kAlertAlternate);
+  EXPECT_TRUE(WIFEXITED(resumed) && WEXITSTATUS(resumed) == 7) << "Resume returns";
 }
 
 TEST_F(ExceptionReport, TheDefaultTerminateHookExitsNormally) {
-  const int status = childStatus([this] {
-    vtcore::setTerminateHook({});
-    answerWith(vtcore::kAlertDefault);
-    KWDisplayExceptionReport(std::runtime_error("stop"));
-  });
+  const int status = childStatus(vtcore::kAlertDefault, true);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
