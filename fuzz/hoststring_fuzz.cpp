@@ -47,24 +47,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::size_t i = 0; i + 1 < size; i += 2)
     units.append(static_cast<char16_t>(data[i] | (data[i + 1] << 8)));
   if (capacity > 0) {
+    // One destination of exactly `capacity` bytes for every conversion.
     std::unique_ptr<char[]> dst(new char[capacity]);
     utf8_from_qxstring(dst.get(), units, capacity);
     require(std::strlen(dst.get()) < capacity);
     require(utf8_strlen(dst.get()) <= static_cast<std::size_t>(units.length()));
-
-    std::unique_ptr<char[]> nfd(new char[capacity]);
-    utf8_to_fileSystemRepresentation(nfd.get(), s.get(), capacity);
-    require(std::strlen(nfd.get()) < capacity);
-
+    require(std::strlen(utf8_to_fileSystemRepresentation(dst.get(), s.get(), capacity)) < capacity);
     std::optional<icu::UnicodeString> lost;
-    std::unique_ptr<char[]> legacy(new char[capacity]);
-    utf8_to_legacyFileSystemCString(legacy.get(), s.get(), capacity, &lost);
-    require(std::strlen(legacy.get()) < capacity);
-
-    std::unique_ptr<char[]> pascal(new char[capacity]);
-    utf8_to_legacyFileSystemPascalString(pascal.get(), s.get(), capacity, &lost);
-    require(static_cast<unsigned char>(pascal[0]) < capacity &&
-            static_cast<unsigned char>(pascal[0]) <= 254);
+    require(std::strlen(utf8_to_legacyFileSystemCString(dst.get(), s.get(), capacity, &lost)) <
+            capacity);
+    const auto* pascal = reinterpret_cast<const unsigned char*>(
+        utf8_to_legacyFileSystemPascalString(dst.get(), s.get(), capacity, &lost));
+    require(pascal[0] < capacity && pascal[0] <= 254);
   }
   return 0;
 }

@@ -16,10 +16,6 @@ void require(bool condition) {
     std::abort();
 }
 
-bool isHexDigit(char16_t c) {
-  return (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -52,8 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     char16_t c = escaped.charAt(i);
     require(c > 0x20 && c < 0x7F);
     if (c == u'%')
-      require(i + 2 < escaped.length() && isHexDigit(escaped.charAt(i + 1)) &&
-              isHexDigit(escaped.charAt(i + 2)));
+      require(i + 2 < escaped.length() && u_isxdigit(escaped.charAt(i + 1)) &&
+              u_isxdigit(escaped.charAt(i + 2)));
   }
 
   (void)X::stringByConvertingToPunycode(text);
