@@ -3,6 +3,7 @@
 // record lengths is its own inverse.
 #include <vtcore/core/text/byte_swap.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -35,10 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (std::memcmp(record + limitOffset, recordBytes + limitOffset, recordSize - limitOffset) != 0)
     std::abort(); // wrote at or past the limit
 
-  bool hasRecordLength = false;
-  for (unsigned char t : table)
-    hasRecordLength |= t == 21;
-  if (!hasRecordLength) {
+  if (std::find(table.begin(), table.end(), 21) == table.end()) {
     LimitTabIntelSwap(record, table.data(), limit);
     if (std::memcmp(record, recordBytes, recordSize) != 0)
       std::abort(); // swapping twice must restore the record

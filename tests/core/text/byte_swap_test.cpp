@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
+#include <numeric>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -16,95 +19,81 @@ unsigned char* at(Bytes& b, std::size_t offset = 0) {
   return b.data() + offset;
 }
 
-TEST(IntelSwap, EachCodeSwapsItsFieldAndAdvancesByItsSize) {
+Bytes counting(std::size_t n) {
+  Bytes b(n);
+  std::iota(b.begin(), b.end(), 0);
+  return b;
+}
+
+// `data` with consecutive fields of the given widths (digits) reversed.
+Bytes reversedFields(Bytes data, const char* widths, std::size_t offset = 0) {
+  for (; *widths; offset += *widths++ - '0')
+    std::reverse(data.begin() + offset, data.begin() + offset + (*widths - '0'));
+  return data;
+}
+
+void* const kNoLimit = reinterpret_cast<void*>(UINTPTR_MAX);
+
+TEST(IntelSwap, EachCodeSwapsItsFieldsAndAdvancesByItsSize) {
   struct Case {
-    int code;
-    int advance;
-    Bytes expected; // the result on bytes 0, 1, 2, ...
+    int code, advance;
+    const char* fields;
   };
-  const std::vector<Case> cases = {
-      {0, 1, {}},
-      {3, 1, {}},
-      {4, 2, {}},
-      {5, 3, {}},
-      {6, 4, {}},
-      {7, 4, {3, 2, 1, 0}},
-      {8, 8, {3, 2, 1, 0, 7, 6, 5, 4}},
-      {10, 16, {3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12}},
-      {11, 8, {7, 6, 5, 4, 3, 2, 1, 0}},
-      {13, 24, {7,  6,  5, 4, 3,  2,  1,  0,  15, 14, 13, 12,
-                11, 10, 9, 8, 23, 22, 21, 20, 19, 18, 17, 16}},
-      {15, 2, {1, 0}},
-      {18, 8, {1, 0, 3, 2, 5, 4, 7, 6}},
-      {19, 6, {3, 2, 1, 0, 5, 4}},
-      {20, 16, {7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13, 12, 11, 10, 9, 8}},
-      {22, 1, {}},
-      {255, 1, {}},
-  };
+  const Case cases[] = {{0, 1, ""},    {3, 1, ""},      {4, 2, ""},   {5, 3, ""},
+                        {6, 4, ""},    {7, 4, "4"},     {8, 8, "44"}, {10, 16, "4444"},
+                        {11, 8, "8"},  {13, 24, "888"}, {15, 2, "2"}, {18, 8, "2222"},
+                        {19, 6, "42"}, {20, 16, "88"},  {22, 1, ""},  {255, 1, ""}};
   for (const auto& c : cases) {
-    Bytes data(40);
-    for (std::size_t i = 0; i < data.size(); ++i)
-      data[i] = static_cast<unsigned char>(i);
-    Bytes expected = data;
-    std::copy(c.expected.begin(), c.expected.end(), expected.begin());
-    void* end = IntelSwap(at(data), c.code);
-    EXPECT_EQ(end, at(data, c.advance)) << "code " << c.code;
-    EXPECT_EQ(data, expected) << "code " << c.code;
+    Bytes data = counting(40);
+    EXPECT_EQ(IntelSwap(at(data), c.code), at(data, c.advance)) << "code " << c.code;
+    EXPECT_EQ(data, reversedFields(counting(40), c.fields)) << "code " << c.code;
   }
 }
 
-TEST(TabIntelSwap, RunsFieldsCountsAndLongCounts) {
-  Bytes data = {0, 0, 0, 1, 0, 2, 0xAA, 0xBB};
-  const unsigned char table[] = {7, 15, 0};
-  EXPECT_EQ(TabIntelSwap(at(data), table), at(data, 6));
-  EXPECT_EQ(data, (Bytes{1, 0, 0, 0, 2, 0, 0xAA, 0xBB}));
-
-  Bytes three(12);
-  for (std::size_t i = 0; i < three.size(); ++i)
-    three[i] = static_cast<unsigned char>(i);
+TEST(TabIntelSwap, RunsCountsAndLongCounts) {
+  Bytes three = counting(12);
   const unsigned char counted[] = {1, 7, 3, 0};
   EXPECT_EQ(TabIntelSwap(at(three), counted), at(three, 12));
-  EXPECT_EQ(three, (Bytes{3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8}));
+  EXPECT_EQ(three, reversedFields(counting(12), "444"));
 
   // A 16-bit count is high byte first: 1, 0 is 256.
-  Bytes words(512 + 2, 0);
-  for (std::size_t i = 0; i < 512; i += 2)
-    words[i] = 1;
+  Bytes words = counting(514);
   const unsigned char longCount[] = {2, 15, 1, 0, 0};
   EXPECT_EQ(TabIntelSwap(at(words), longCount), at(words, 512));
-  for (std::size_t i = 0; i < 512; i += 2)
-    ASSERT_EQ(words[i] * 256 + words[i + 1], 1) << i;
-  EXPECT_EQ(GetPIntelLimit(), reinterpret_cast<void*>(UINTPTR_MAX));
+  EXPECT_EQ(words, reversedFields(counting(514), std::string(256, '2').c_str()));
+  EXPECT_EQ(GetPIntelLimit(), kNoLimit);
 }
 
-TEST(LimitTabIntelSwap, FieldCrossingTheLimitStaysUnswappedAndCursorAdvances) {
-  Bytes data = {1, 2, 3, 4, 5, 6};
-  const unsigned char table[] = {15, 7, 0};
+TEST(LimitTabIntelSwap, CrossingFieldsAndGroupsAndNothingWrittenPastTheLimit) {
   // Limit 4 bytes on: the 16-bit field fits, the 32-bit one crosses it.
-  EXPECT_EQ(LimitTabIntelSwap(at(data), table, at(data, 4)), at(data, 6));
+  Bytes data = {1, 2, 3, 4, 5, 6};
+  const unsigned char fields[] = {15, 7, 0};
+  EXPECT_EQ(LimitTabIntelSwap(at(data), fields, at(data, 4)), at(data, 6));
   EXPECT_EQ(data, (Bytes{2, 1, 3, 4, 5, 6}));
-  // The previous limit is back afterwards.
-  EXPECT_EQ(GetPIntelLimit(), reinterpret_cast<void*>(UINTPTR_MAX));
-}
+  EXPECT_EQ(GetPIntelLimit(), kNoLimit);
 
-TEST(LimitTabIntelSwap, CrossingRepeatGroupTogglesItsFirstElement) {
-  // Code 9 is three 32-bit values; the limit falls inside the third. The
-  // first two are swapped one by one, then the first is swapped once more.
-  Bytes data(12);
-  for (std::size_t i = 0; i < data.size(); ++i)
-    data[i] = static_cast<unsigned char>(i);
-  const unsigned char table[] = {9, 0};
-  EXPECT_EQ(LimitTabIntelSwap(at(data), table, at(data, 10)), at(data, 12));
-  EXPECT_EQ(data, (Bytes{0, 1, 2, 3, 7, 6, 5, 4, 8, 9, 10, 11}));
-}
+  // Code 9 is three 32-bit values and the limit falls inside the third: the
+  // first two are swapped one by one, then the first once more.
+  Bytes group = counting(12);
+  const unsigned char three[] = {9, 0};
+  EXPECT_EQ(LimitTabIntelSwap(at(group), three, at(group, 10)), at(group, 12));
+  EXPECT_EQ(group, reversedFields(counting(12), "4", 4));
 
-TEST(LimitTabIntelSwap, NeverWritesAtOrPastTheLimit) {
-  // A group whose first element already crosses the limit: the toggle would
-  // have to write past it, so everything stays as it was.
-  Bytes data = {0, 1, 2, 3, 4, 5, 6, 7};
-  const unsigned char table[] = {8, 0};
-  LimitTabIntelSwap(at(data), table, at(data, 2));
-  EXPECT_EQ(data, (Bytes{0, 1, 2, 3, 4, 5, 6, 7}));
+  // The first element already crosses: the toggle would write past the limit.
+  Bytes crossing = counting(8);
+  const unsigned char two[] = {8, 0};
+  LimitTabIntelSwap(at(crossing), two, at(crossing, 2));
+  EXPECT_EQ(crossing, counting(8));
+
+  // An explicit limit applies to single calls too.
+  Bytes single = {1, 2, 3, 4, 5, 6, 7, 8};
+  void* saved = GetPIntelLimit();
+  SetPIntelLimit(at(single, 2));
+  EXPECT_EQ(IntelSwap(at(single), 7), at(single, 4));
+  EXPECT_EQ(MultiIntelSwap(at(single), 15, 2), at(single, 4));
+  EXPECT_EQ(MultiIntelSwap(at(single), 15, 0), at(single));
+  SetPIntelLimit(saved);
+  EXPECT_EQ(single, (Bytes{2, 1, 3, 4, 5, 6, 7, 8}));
 
   // A record length pointing past the caller's limit cannot move it further.
   Bytes record = {0, 20, 0, 0, 0, 1, 9, 9};
@@ -116,45 +105,25 @@ TEST(LimitTabIntelSwap, NeverWritesAtOrPastTheLimit) {
 TEST(IntelSwap, RecordLengthNarrowsTheLimitForTheFieldsThatFollow) {
   if (std::endian::native != std::endian::little)
     GTEST_SKIP() << "the record length is read in host order";
-  // Length 10 at offset 0: fields up to offset 10 are inside the record.
-  Bytes data(24);
+  // Length 10 at offset 0: offsets 4-7 fit below 10, 8-11 cross it.
+  Bytes data = counting(24);
   data[0] = 0x00;
   data[1] = 0x0A;
-  for (std::size_t i = 2; i < data.size(); ++i)
-    data[i] = static_cast<unsigned char>(i);
-  const Bytes before = data;
+  const Bytes expected = reversedFields(reversedFields(data, "2"), "4", 4);
   const unsigned char table[] = {21, 4, 7, 7, 0};
   EXPECT_EQ(TabIntelSwap(at(data), table), at(data, 12));
-  EXPECT_EQ(data[0], 0x0A);
-  EXPECT_EQ(data[1], 0x00);
-  EXPECT_EQ(data[4], before[7]); // offsets 4-7 fit below 10
-  EXPECT_EQ(data[7], before[4]);
-  for (std::size_t i = 8; i < 12; ++i) // 8-11 cross 10: unswapped
-    EXPECT_EQ(data[i], before[i]);
-  EXPECT_EQ(GetPIntelLimit(), reinterpret_cast<void*>(UINTPTR_MAX));
+  EXPECT_EQ(data, expected);
+  EXPECT_EQ(GetPIntelLimit(), kNoLimit);
 
-  // Records one after another: each length opens the next record again.
+  // Each length opens the next record again; a length of 2 or less leaves the
+  // limit alone.
   Bytes records = {0, 6, 1, 2, 3, 4, 0, 6, 5, 6, 7, 8};
   const unsigned char twoRecords[] = {21, 7, 21, 7, 0};
   TabIntelSwap(at(records), twoRecords);
   EXPECT_EQ(records, (Bytes{6, 0, 4, 3, 2, 1, 6, 0, 8, 7, 6, 5}));
-
-  // A length of 2 or less leaves the limit alone.
   Bytes small = {0, 2, 1, 2, 3, 4};
-  const unsigned char smallTable[] = {21, 7, 0};
-  TabIntelSwap(at(small), smallTable);
+  TabIntelSwap(at(small), twoRecords + 2); // one record
   EXPECT_EQ(small, (Bytes{2, 0, 4, 3, 2, 1}));
-}
-
-TEST(IntelSwap, ExplicitLimitAppliesToSingleCalls) {
-  Bytes data = {1, 2, 3, 4, 5, 6, 7, 8};
-  void* saved = GetPIntelLimit();
-  SetPIntelLimit(at(data, 2));
-  EXPECT_EQ(IntelSwap(at(data), 7), at(data, 4));
-  EXPECT_EQ(MultiIntelSwap(at(data), 15, 2), at(data, 4));
-  EXPECT_EQ(MultiIntelSwap(at(data), 15, 0), at(data));
-  SetPIntelLimit(saved);
-  EXPECT_EQ(data, (Bytes{2, 1, 3, 4, 5, 6, 7, 8}));
 }
 
 TEST(SwapData, CopiesSwapsAndReportsTheItemThatDidNotFit) {
@@ -177,12 +146,11 @@ TEST(SwapData, CopiesSwapsAndReportsTheItemThatDidNotFit) {
 class SwapPaths : public ::testing::TestWithParam<vtcore::DataCodePath> {
 protected:
   void SetUp() override {
-    previous_ = vtcore::dataCodePath();
     if (!vtcore::setDataCodePath(GetParam()))
       GTEST_SKIP() << "processor lacks " << vtcore::dataCodePathName(GetParam());
   }
   void TearDown() override { vtcore::setDataCodePath(previous_); }
-  vtcore::DataCodePath previous_{};
+  vtcore::DataCodePath previous_ = vtcore::dataCodePath();
 };
 
 Bytes randomBytes(std::size_t n, unsigned seed) {
@@ -193,20 +161,33 @@ Bytes randomBytes(std::size_t n, unsigned seed) {
   return b;
 }
 
-TEST_P(SwapPaths, RunsOfValuesMatchSingleSwapsAtEveryLengthAndOffset) {
-  for (int width : {2, 4, 8}) {
+// ProcessSwapIntel with `bits`, or PSwapInt<8 * width> when `bits` is 0; the
+// end of the run, or null when ProcessSwapIntel does not return 1.
+void* swapRun(unsigned char* p, std::size_t count, std::size_t width, int bits) {
+  if (bits)
+    return ProcessSwapIntel(p, count, 0, bits) == 1 ? p + count * width : nullptr;
+  return width == 2   ? PSwapInt16(p, count)
+         : width == 4 ? PSwapInt32(p, count)
+                      : PSwapInt64(p, count);
+}
+
+TEST_P(SwapPaths, RunsOfSamplesMatchSingleSwapsAtEveryLengthAndOffset) {
+  // ProcessSwapIntel: 32 and 24 reverse each sample, 8 toggles the sign bit,
+  // any other width is taken as 16.
+  const std::pair<std::size_t, int> kinds[] = {{2, 0},  {4, 0},  {8, 0},  {4, 32},
+                                               {3, 24}, {2, 16}, {2, 12}, {1, 8}};
+  for (auto [width, bits] : kinds) {
     for (std::size_t count : {0u, 1u, 3u, 15u, 16u, 17u, 63u, 200u}) {
       for (std::size_t offset : {0u, 1u, 3u}) {
         Bytes data = randomBytes(offset + count * width + 8, static_cast<unsigned>(count + width));
         Bytes expected = data;
-        for (std::size_t i = 0; i < count; ++i)
-          std::reverse(expected.begin() + offset + i * width,
-                       expected.begin() + offset + (i + 1) * width);
-        void* end = width == 2   ? PSwapInt16(at(data, offset), count)
-                    : width == 4 ? PSwapInt32(at(data, offset), count)
-                                 : PSwapInt64(at(data, offset), count);
-        ASSERT_EQ(end, at(data, offset + count * width));
-        ASSERT_EQ(data, expected) << "width " << width << " count " << count;
+        for (std::size_t i = offset; i < offset + count * width; i += width)
+          if (width == 1)
+            expected[i] ^= 0x80;
+          else
+            std::reverse(expected.begin() + i, expected.begin() + i + width);
+        ASSERT_EQ(swapRun(at(data, offset), count, width, bits), at(data, offset + count * width));
+        ASSERT_EQ(data, expected) << "width " << width << " bits " << bits << " count " << count;
       }
     }
   }
@@ -217,44 +198,6 @@ TEST_P(SwapPaths, RunsOfValuesMatchSingleSwapsAtEveryLengthAndOffset) {
   EXPECT_EQ(src, original);
   PSwapInt32(at(src), 37);
   EXPECT_EQ(dst, src);
-}
-
-TEST_P(SwapPaths, ProcessSwapIntelHandlesEachSampleWidth) {
-  const std::size_t count = 101;
-  Bytes data = randomBytes(count * 4, 3);
-  Bytes expected = data;
-  for (std::size_t i = 0; i < count; ++i)
-    std::reverse(expected.begin() + i * 4, expected.begin() + i * 4 + 4);
-  EXPECT_EQ(ProcessSwapIntel(at(data), count, 0, 32), 1);
-  EXPECT_EQ(data, expected);
-
-  expected = data;
-  for (std::size_t i = 0; i < count; ++i)
-    std::swap(expected[i * 3], expected[i * 3 + 2]);
-  ProcessSwapIntel(at(data), count, 0, 24);
-  EXPECT_EQ(data, expected);
-
-  expected = data;
-  for (std::size_t i = 0; i < count; ++i)
-    std::swap(expected[i * 2], expected[i * 2 + 1]);
-  ProcessSwapIntel(at(data), count, 0, 16);
-  EXPECT_EQ(data, expected);
-  ProcessSwapIntel(at(data), count, 0, 12); // any other width: 16-bit
-  ProcessSwapIntel(at(data), count, 0, 16);
-  EXPECT_EQ(data, expected);
-
-  Bytes eight = {0x00, 0xFF, 0x80, 0x7F, 0x01};
-  eight.resize(70, 0x10);
-  ProcessSwapIntel(at(eight), eight.size(), 0, 8);
-  EXPECT_EQ(eight[0], 0x80);
-  EXPECT_EQ(eight[1], 0x7F);
-  EXPECT_EQ(eight[2], 0x00);
-  EXPECT_EQ(eight[3], 0xFF);
-  EXPECT_EQ(eight[4], 0x81);
-  EXPECT_EQ(eight[69], 0x90);
-  const Bytes kept = data;
-  ProcessSwapIntel(at(data), 0, 0, 32);
-  EXPECT_EQ(data, kept);
 }
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, SwapPaths,

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <vector>
 
@@ -17,24 +16,12 @@ using vtcore::byte_buffer::compressedDataCapacity;
 using vtcore::byte_buffer::decompressedData;
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes sampleText(std::size_t n, unsigned seed) {
-  // Compressible but not trivial: words from a small vocabulary.
-  static const char* words[] = {"tempo ", "swing ", "octave ", "velocity ", "chord ", "\n"};
-  std::mt19937 rng(seed);
-  Bytes out;
-  while (out.size() < n) {
-    const char* w = words[rng() % 6];
-    out.insert(out.end(), w, w + std::strlen(w));
-  }
-  out.resize(n);
-  return out;
-}
-
-Bytes randomBytes(std::size_t n, unsigned seed) {
+// Bytes from the first `alphabet` values: compressible unless the alphabet is 256.
+Bytes randomBytes(std::size_t n, unsigned seed, unsigned alphabet = 256) {
   std::mt19937 rng(seed);
   Bytes b(n);
   for (auto& x : b)
-    x = static_cast<std::uint8_t>(rng());
+    x = static_cast<std::uint8_t>(rng() % alphabet);
   return b;
 }
 
@@ -47,11 +34,9 @@ Bytes zlibCompress(const Bytes& in, int level) {
 }
 
 TEST(CompressedData, IsABareZlibStreamThatUncompressReads) {
-  for (const Bytes& input : {sampleText(100000, 1), randomBytes(5000, 2), Bytes{42}}) {
+  for (const Bytes& input : {randomBytes(100000, 1, 6), randomBytes(5000, 2), Bytes{42}}) {
     auto packed = compressedData(input);
     ASSERT_TRUE(packed);
-    ASSERT_GE(packed->size(), 6u);
-    EXPECT_EQ((*packed)[0] & 0x0F, 8) << "deflate method in the zlib header";
     EXPECT_LE(packed->size(), compressedDataCapacity(input.size()));
     Bytes back(input.size());
     uLongf size = static_cast<uLongf>(back.size());
@@ -59,12 +44,17 @@ TEST(CompressedData, IsABareZlibStreamThatUncompressReads) {
               Z_OK);
     EXPECT_EQ(size, input.size());
     EXPECT_EQ(back, input);
-    EXPECT_EQ(decompressedData(*packed), input);
   }
 }
 
-TEST(CompressedData, EmptyInputGivesNullAndCapacityFollowsTheOldBound) {
+TEST(CompressedData, EmptyAndOneByteInputsAndCapacity) {
   EXPECT_FALSE(compressedData({}));
+  const auto empty = decompressedData({});
+  ASSERT_TRUE(empty);
+  EXPECT_TRUE(empty->empty());
+  // A one-byte input gets a one-byte receiver, which cannot grow.
+  EXPECT_FALSE(decompressedData(Bytes{0x78}));
+  EXPECT_FALSE(decompressedData(Bytes{0x00}));
   EXPECT_EQ(compressedDataCapacity(1000000), 1001012u);
   EXPECT_EQ(compressedDataCapacity(1), 13u);
   EXPECT_EQ(compressedDataCapacity(0), 12u);
@@ -87,28 +77,18 @@ TEST(CompressedData, FailureGoesToTheAssertionHandler) {
   EXPECT_FALSE(compressedData(impossible));
   vtcore::setAssertionHandler(previous);
   EXPECT_EQ(seen.operation, "compressedData");
-  EXPECT_EQ(seen.line, 36);
+  EXPECT_GT(seen.line, 0);
   EXPECT_EQ(seen.description, "-compressedData error");
 }
 
 TEST(DecompressedData, ReadsZlibStreamsOfEveryLevel) {
-  const Bytes input = sampleText(300000, 4);
-  for (int level : {0, 1, 6, 9}) {
-    const auto out = decompressedData(zlibCompress(input, level));
-    ASSERT_TRUE(out) << "level " << level;
-    EXPECT_EQ(*out, input) << "level " << level;
-  }
-}
-
-TEST(DecompressedData, EmptyInputGivesEmptyBuffer) {
-  const auto out = decompressedData({});
-  ASSERT_TRUE(out);
-  EXPECT_TRUE(out->empty());
+  const Bytes input = randomBytes(300000, 4, 6);
+  for (int level : {0, 1, 6, 9})
+    EXPECT_EQ(decompressedData(zlibCompress(input, level)), input) << "level " << level;
 }
 
 TEST(DecompressedData, DamagedTruncatedOrRandomStreamsGiveNull) {
-  const Bytes input = sampleText(20000, 5);
-  const Bytes packed = zlibCompress(input, 6);
+  const Bytes packed = zlibCompress(randomBytes(20000, 5, 6), 6);
   for (std::size_t cut = 1; cut < packed.size(); ++cut)
     ASSERT_FALSE(decompressedData(std::span(packed.data(), cut))) << "cut at " << cut;
   Bytes wrongTrailer = packed;
@@ -119,49 +99,24 @@ TEST(DecompressedData, DamagedTruncatedOrRandomStreamsGiveNull) {
   EXPECT_FALSE(decompressedData(wrongHeader));
   for (unsigned seed = 0; seed < 50; ++seed)
     EXPECT_FALSE(decompressedData(randomBytes(1 + seed * 37, seed))) << seed;
-  // Raw deflate data without the zlib wrapper is refused too.
-  EXPECT_FALSE(decompressedData(std::span(packed.data() + 2, packed.size() - 6)));
+  // Raw deflate data without the zlib wrapper is refused too, and so is a
+  // stream asking for a preset dictionary (header 78 BB and a dictionary id).
+  const std::span raw(packed.data() + 2, packed.size() - 6);
+  EXPECT_FALSE(decompressedData(raw));
+  Bytes needsDictionary = {0x78, 0xBB, 1, 2, 3, 4};
+  needsDictionary.insert(needsDictionary.end(), packed.begin() + 2, packed.end());
+  EXPECT_FALSE(decompressedData(needsDictionary));
 }
 
-TEST(DecompressedData, StreamWithPresetDictionaryGivesNull) {
-  const Bytes input = sampleText(1000, 6);
-  z_stream s{};
-  ASSERT_EQ(deflateInit(&s, 6), Z_OK);
-  const Bytes dictionary = sampleText(100, 7);
-  ASSERT_EQ(deflateSetDictionary(&s, dictionary.data(), static_cast<uInt>(dictionary.size())),
-            Z_OK);
-  Bytes out(2000);
-  s.next_in = const_cast<Bytef*>(input.data());
-  s.avail_in = static_cast<uInt>(input.size());
-  s.next_out = out.data();
-  s.avail_out = static_cast<uInt>(out.size());
-  ASSERT_EQ(deflate(&s, Z_FINISH), Z_STREAM_END);
-  out.resize(s.total_out);
-  deflateEnd(&s);
-  EXPECT_FALSE(decompressedData(out));
-}
-
-TEST(DecompressedData, GrowsInHalfInputStepsFromHighlyCompressibleInput) {
-  // A few hundred bytes of stream expanding to 8 MiB: thousands of growth
-  // steps of half the input length each.
+TEST(DecompressedData, LargeOutputsFromTinyAndStoredStreams) {
+  // A few kilobytes of stream expanding to 8 MiB: thousands of growth steps
+  // of half the input length each. Then 12 MiB of stored blocks.
   const Bytes zeros(8 << 20, 0);
   const Bytes packed = zlibCompress(zeros, 9);
   ASSERT_LT(packed.size(), 20000u);
-  const auto out = decompressedData(packed);
-  ASSERT_TRUE(out);
-  EXPECT_EQ(*out, zeros);
-}
-
-TEST(DecompressedData, LargeStoredStreamExpands) {
+  EXPECT_EQ(decompressedData(packed), zeros);
   const Bytes input = randomBytes(12 << 20, 8);
-  const auto out = decompressedData(zlibCompress(input, 0));
-  ASSERT_TRUE(out);
-  EXPECT_EQ(*out, input);
-}
-
-TEST(DecompressedData, OneByteInputCannotGrowAndGivesNull) {
-  EXPECT_FALSE(decompressedData(Bytes{0x78}));
-  EXPECT_FALSE(decompressedData(Bytes{0x00}));
+  EXPECT_EQ(decompressedData(zlibCompress(input, 0)), input);
 }
 
 } // namespace
