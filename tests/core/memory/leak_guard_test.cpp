@@ -21,8 +21,7 @@
 
 namespace {
 
-// Allocated before the guard's hooks exist.
-void* const earlyBlock = std::malloc(300);
+void* const earlyBlock = std::malloc(300); // allocated before the guard's hooks exist
 
 // The "LeakGuard" preferences are loaded at the first scope opening, so the
 // file is in place before any test runs.
@@ -42,6 +41,11 @@ public:
 };
 [[maybe_unused]] auto* const defaultsFile = ::testing::AddGlobalTestEnvironment(new DefaultsFile);
 
+class LeakGuard : public ::testing::Test {
+protected:
+  void SetUp() override { KWResetLeakGuardHistory(false); }
+};
+
 icu::UnicodeString text(const char* utf8) {
   return icu::UnicodeString::fromUTF8(utf8);
 }
@@ -52,59 +56,51 @@ bool hasTrailer(void* block) {
          std::memcmp(static_cast<char*>(block) + size - 88 + 32, "VTLeakDebug", 12) == 0;
 }
 
-struct Report {
-  long total;
-  std::string text;
-};
-Report takeReport() {
+std::pair<long, std::string> takeReport() {
   ::testing::internal::CaptureStdout();
   const long total = KWResetLeakGuardHistory(true);
   return {total, ::testing::internal::GetCapturedStdout()};
 }
 
-// Each leaking function notes the line of its allocating call.
-int mallocLine, callocLine, reallocLine, strdupLine, newLine, vectorLine;
-std::vector<void*> leaked;
+// Each leaking function notes its name and the line of its allocating call.
+struct Leak {
+  void* block;
+  int line;
+  const char* function;
+};
+std::vector<Leak> leaks;
+const char* const kStrdupText = "leaked by the C library's strdup";
 
 __attribute__((noinline)) void leakThroughMalloc() {
-  mallocLine = __LINE__ + 1;
-  leaked.push_back(std::malloc(111));
+  leaks.push_back({std::malloc(111), __LINE__, __func__});
 }
 __attribute__((noinline)) void leakThroughCalloc() {
-  callocLine = __LINE__ + 1;
-  leaked.push_back(std::calloc(3, 16));
+  leaks.push_back({std::calloc(3, 16), __LINE__, __func__});
 }
 __attribute__((noinline)) void leakThroughRealloc() {
-  reallocLine = __LINE__ + 1;
   void* block = std::realloc(nullptr, 40);
-  leaked.push_back(std::realloc(block, 222)); // same record, new size
+  leaks.push_back({std::realloc(block, 222), __LINE__, __func__}); // same record, new size
 }
 __attribute__((noinline)) void leakThroughStrdup() {
-  strdupLine = __LINE__ + 1;
-  leaked.push_back(strdup("leaked by the C library's strdup"));
+  leaks.push_back({strdup(kStrdupText), __LINE__, __func__});
 }
 __attribute__((noinline)) void leakThroughNew() {
-  newLine = __LINE__ + 1;
-  leaked.push_back(new char[77]);
+  leaks.push_back({new char[77], __LINE__, __func__});
 }
 __attribute__((noinline)) void leakThroughVector() {
-  vectorLine = __LINE__ + 1;
-  auto* vector = new std::vector<int>(25);
-  leaked.push_back(vector);
+  leaks.push_back({new std::vector<int>(25), __LINE__, __func__});
 }
 __attribute__((noinline)) void allocateAndFree() {
   std::free(std::malloc(1000));
   delete[] new char[500];
   std::free(strdup("freed"));
   std::vector<int> temporary(1000);
-  void* grown = std::realloc(std::malloc(10), 5000);
-  std::free(grown);
+  std::free(std::realloc(std::malloc(10), 5000));
 }
 
-TEST(LeakGuard, ReportsExactlyTheBlocksLeakedInsideAScopeWithTheirCallChains) {
-  KWResetLeakGuardHistory(false);
-  leaked.clear();
-  leaked.reserve(16);
+TEST_F(LeakGuard, ReportsExactlyTheBlocksLeakedInsideAScopeWithTheirCallChains) {
+  leaks.clear();
+  leaks.reserve(16);
   {
     KWLeakGuard guard;
     leakThroughMalloc();
@@ -116,52 +112,38 @@ TEST(LeakGuard, ReportsExactlyTheBlocksLeakedInsideAScopeWithTheirCallChains) {
     allocateAndFree();
     std::free(earlyBlock); // allocated before the hooks: no record, no harm
   }
-  const Report report = takeReport();
-  const long strdupSize = static_cast<long>(std::strlen("leaked by the C library's strdup") + 1);
+  const auto [total, report] = takeReport();
   // calloc records the element size; the vector is its object and buffer.
-  const long expected =
-      111 + 16 + 222 + strdupSize + 77 + static_cast<long>(sizeof(std::vector<int>)) + 25 * 4;
-  EXPECT_EQ(report.total, expected) << report.text;
+  const long expected = 111 + 16 + 222 + static_cast<long>(std::strlen(kStrdupText) + 1) + 77 +
+                        static_cast<long>(sizeof(std::vector<int>)) + 25 * 4;
+  EXPECT_EQ(total, expected) << report;
   EXPECT_NE(
-      report.text.find("LLD: a total of " + std::to_string(expected) + " bytes leaking detected\n"),
+      report.find("LLD: a total of " + std::to_string(expected) + " bytes leaking detected\n"),
       std::string::npos)
-      << report.text;
+      << report;
   const std::regex header("LLD: (\\d+) bytes on address 0x[0-9a-f]+:\n");
   long listed = 0, count = 0;
-  for (std::sregex_iterator it(report.text.begin(), report.text.end(), header), end; it != end;
-       ++it, ++count)
+  for (std::sregex_iterator it(report.begin(), report.end(), header), end; it != end; ++it, ++count)
     listed += std::stol((*it)[1]);
-  EXPECT_EQ(count, 7) << report.text;
+  EXPECT_EQ(count, 7) << report;
   EXPECT_EQ(listed, expected);
-
-  struct Site {
-    const char* function;
-    int line;
-  };
-  for (const Site& site :
-       {Site{"leakThroughMalloc", mallocLine}, Site{"leakThroughCalloc", callocLine},
-        Site{"leakThroughRealloc", reallocLine + 1}, Site{"leakThroughStrdup", strdupLine},
-        Site{"leakThroughNew", newLine}, Site{"leakThroughVector", vectorLine}}) {
+  for (const Leak& leak : leaks) {
     const std::regex frame("LLD:         0x[0-9a-f]+ [^ ]*leak_guard_test\\.cpp +\\+ " +
-                           std::to_string(site.line) +
-                           " +\\(anonymous namespace\\)::" + site.function + "\\(\\)\n");
-    EXPECT_TRUE(std::regex_search(report.text, frame))
-        << site.function << " line " << site.line << " missing from\n"
-        << report.text;
+                           std::to_string(leak.line) +
+                           " +\\(anonymous namespace\\)::" + leak.function + "\\(\\)\n");
+    EXPECT_TRUE(std::regex_search(report, frame))
+        << leak.function << " line " << leak.line << " missing from\n"
+        << report;
+    EXPECT_FALSE(hasTrailer(leak.block)) << "a reported block keeps no live trailer";
   }
-  for (void* block : leaked)
-    EXPECT_FALSE(hasTrailer(block)) << "a reported block keeps no live trailer";
-  std::free(leaked[0]);
-  std::free(leaked[1]);
-  std::free(leaked[2]);
-  std::free(leaked[3]);
-  delete[] static_cast<char*>(leaked[4]);
-  delete static_cast<std::vector<int>*>(leaked[5]);
+  for (int i = 0; i < 4; ++i)
+    std::free(leaks[i].block);
+  delete[] static_cast<char*>(leaks[4].block);
+  delete static_cast<std::vector<int>*>(leaks[5].block);
   EXPECT_EQ(KWResetLeakGuardHistory(false), 0);
 }
 
-TEST(LeakGuard, TrailersOnlyInsideAScopeAndCallocPadsWithWholeElements) {
-  KWResetLeakGuardHistory(false);
+TEST_F(LeakGuard, TrailersOnlyInsideAScopeAndCallocPadsWithWholeElements) {
   void* outside = std::malloc(40);
   EXPECT_GE(malloc_usable_size(outside), 40u + 88u) << "88 spare bytes, always";
   EXPECT_FALSE(hasTrailer(outside));
@@ -176,48 +158,41 @@ TEST(LeakGuard, TrailersOnlyInsideAScopeAndCallocPadsWithWholeElements) {
   EXPECT_TRUE(hasTrailer(inside));
   EXPECT_GE(malloc_usable_size(elements), 9u * 16u); // 3 + 88/16 + 1 elements
   std::free(inside);                                 // freed outside the scope: the record goes
-  const Report report = takeReport();
-  EXPECT_EQ(report.total, 16);
+  EXPECT_EQ(takeReport().first, 16);
   std::free(elements);
-  EXPECT_EQ(takeReport().text, "LLD: no leaking bytes detected\n");
+  EXPECT_EQ(takeReport().second, "LLD: no leaking bytes detected\n");
 }
 
-TEST(LeakGuard, ConditionalScopesFollowOverridesAndPreferences) {
-  KWResetLeakGuardHistory(false);
-  auto leakIn = [](const std::optional<icu::UnicodeString>& group,
-                   const std::optional<icu::UnicodeString>& key) {
-    KWLeakGuard* scope = KWOpenLeakGuardScopeWithGroupAndKey(group, key);
+TEST_F(LeakGuard, ConditionalScopesFollowOverridesAndPreferences) {
+  auto leakIn = [](const char* group, const char* key) {
+    auto optional = [](const char* s) { return s ? std::optional(text(s)) : std::nullopt; };
+    KWLeakGuard* scope = KWOpenLeakGuardScopeWithGroupAndKey(optional(group), optional(key));
     void* block = std::malloc(10);
     delete scope;
     const long total = KWResetLeakGuardHistory(false);
     std::free(block);
     return total;
   };
-  EXPECT_EQ(leakIn(text("Tests"), text("On")), 10);
-  EXPECT_EQ(leakIn(text("Tests"), text("Off")), 0);
-  EXPECT_EQ(leakIn(text("Tests"), text("Missing")), 0);
-  EXPECT_EQ(leakIn(text("Tests"), std::nullopt), 0) << "a group without a key opens nothing";
-  EXPECT_EQ(leakIn(std::nullopt, text("On")), 0) << "a key without a group opens nothing";
+  EXPECT_EQ(leakIn("Tests", "On"), 10);
+  EXPECT_EQ(leakIn("Tests", "Off"), 0);
+  EXPECT_EQ(leakIn("Tests", "Missing"), 0);
+  EXPECT_EQ(leakIn("Tests", nullptr), 0) << "a group without a key opens nothing";
+  EXPECT_EQ(leakIn(nullptr, "On"), 0) << "a key without a group opens nothing";
   KWOverrideLeakGuardPreference(text("Tests"), text("Off"), 1);
-  EXPECT_EQ(leakIn(text("Tests"), text("Off")), 10) << "the override wins";
+  EXPECT_EQ(leakIn("Tests", "Off"), 10) << "the override wins";
   KWOverrideLeakGuardPreference(text("Tests"), text("Off"), 0);
-  EXPECT_EQ(leakIn(text("Tests"), text("Off")), 0);
   KWOverrideLeakGuardPreference(std::nullopt, text("Off"), 1); // ignored
-  EXPECT_EQ(leakIn(text("Tests"), text("Off")), 0);
-
+  EXPECT_EQ(leakIn("Tests", "Off"), 0);
   // A number stored as text counts, and is written back as a number.
-  EXPECT_EQ(leakIn(text("Tests"), text("AsText")), 10);
+  EXPECT_EQ(leakIn("Tests", "AsText"), 10);
   auto& defaults = vtcore::UserDefaults::standard();
   defaults.synchronize();
   auto stored = defaults.dictionaryForKey("LeakGuard");
   ASSERT_TRUE(stored);
-  EXPECT_TRUE((*stored)["Tests"]["AsText"].is_number()) << stored->dump();
-  EXPECT_EQ((*stored)["Tests"]["AsText"], 1);
-  EXPECT_EQ((*stored)["Tests"]["On"], 2) << "the other entries are kept";
+  EXPECT_EQ((*stored)["Tests"], nlohmann::json({{"AsText", 1}, {"Off", 0}, {"On", 2}}));
 }
 
-TEST(LeakGuard, ScopesOpenAndCloseInAnyOrder) {
-  KWResetLeakGuardHistory(false);
+TEST_F(LeakGuard, ScopesOpenAndCloseInAnyOrder) {
   KWLeakGuard* first = KWOpenLeakGuardScope(); // both rooted at this test's frame
   KWLeakGuard* second = KWOpenLeakGuardScope();
   int notAFrame = 0;
@@ -233,10 +208,9 @@ TEST(LeakGuard, ScopesOpenAndCloseInAnyOrder) {
   std::free(b);
 }
 
-TEST(LeakGuard, OtherThreadsAllocatingMeanwhileAreNeitherRecordedNorDisturbed) {
-  KWResetLeakGuardHistory(false);
-  // Threads are started outside the scope: starting one allocates its
-  // thread-local storage, which glibc keeps for reuse.
+TEST_F(LeakGuard, OtherThreadsAllocatingMeanwhileAreNeitherRecordedNorDisturbed) {
+  // Threads start outside the scope: starting one allocates thread-local
+  // storage that glibc keeps for reuse.
   std::atomic<bool> go{false};
   std::vector<std::thread> workers;
   for (int t = 0; t < 3; ++t)
@@ -261,39 +235,33 @@ TEST(LeakGuard, OtherThreadsAllocatingMeanwhileAreNeitherRecordedNorDisturbed) {
   std::free(mine);
 }
 
-TEST(LeakGuard, ReportLimitPrintsSomeButCountsAll) {
-  KWResetLeakGuardHistory(false);
-  std::vector<void*> blocks;
-  blocks.reserve(5);
+TEST_F(LeakGuard, ReportLimitPrintsSomeButCountsAll) {
+  std::vector<void*> blocks(5);
   {
     KWLeakGuard guard;
-    for (int i = 0; i < 5; ++i)
-      blocks.push_back(std::malloc(100 + static_cast<std::size_t>(i)));
+    for (std::size_t i = 0; i < 5; ++i)
+      blocks[i] = std::malloc(100 + i);
   }
   vtcore::setLeakGuardReportLimit(2);
-  const Report report = takeReport();
+  const auto [total, report] = takeReport();
   vtcore::setLeakGuardReportLimit(0);
-  EXPECT_EQ(report.total, 100 + 101 + 102 + 103 + 104);
-  EXPECT_NE(report.text.find("LLD: 100 bytes on address"), std::string::npos);
-  EXPECT_NE(report.text.find("LLD: 101 bytes on address"), std::string::npos);
-  EXPECT_EQ(report.text.find("LLD: 102 bytes on address"), std::string::npos);
-  EXPECT_NE(report.text.find("LLD: a total of 510 bytes leaking detected"), std::string::npos);
+  EXPECT_EQ(total, 510);
+  EXPECT_NE(report.find("LLD: 101 bytes on address"), std::string::npos) << report;
+  EXPECT_EQ(report.find("LLD: 102 bytes on address"), std::string::npos) << report;
+  EXPECT_NE(report.find("LLD: a total of 510 bytes leaking detected"), std::string::npos);
   for (void* block : blocks)
     std::free(block);
 }
 
-TEST(LeakGuard, BadInputToTheHooksAndThePrinter) {
-  KWResetLeakGuardHistory(false);
+TEST_F(LeakGuard, BadInputToTheHooksAndThePrinter) {
   {
     KWLeakGuard guard;
     std::free(nullptr);
-    void* zero = std::calloc(4, 0);
-    std::free(zero);
+    std::free(std::calloc(4, 0));
     volatile std::size_t huge = SIZE_MAX - 10;
     EXPECT_EQ(std::malloc(huge), nullptr);
     EXPECT_EQ(std::realloc(nullptr, huge), nullptr);
-    void* again = std::malloc(8); // the hooks still work after failures
-    std::free(again);
+    std::free(std::malloc(8)); // the hooks still work after failures
   }
   EXPECT_EQ(KWResetLeakGuardHistory(false), 0);
   ::testing::internal::CaptureStdout();

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,11 +34,10 @@ namespace {
 
 constexpr std::size_t MB = std::size_t(1) << 20;
 
-// Runs `body` in a child process; GoogleTest failures in the child make it
-// exit non-zero (their messages appear in the child's output).
+// Runs `body` in a child process; GoogleTest failures there make it exit 1.
 void inChild(const std::function<void()>& body) {
   std::fflush(nullptr);
-  pid_t child = fork();
+  const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
     body();
@@ -58,48 +59,24 @@ void smallReserve(int blockMB, int finalMB, int maxSensibleMB) {
 int callbackCalls = 0;
 void countingCallback(void* user) {
   ++callbackCalls;
-  *static_cast<int*>(user) = KWMemoryReserveGetLowMemoryLevel();
+  if (user)
+    *static_cast<int*>(user) = KWMemoryReserveGetLowMemoryLevel();
 }
 
+// Every Enter hands back a fresh 50-byte zeroed block.
 bool isFiftyZeroedBytes(void* block) {
   if (!block || malloc_usable_size(block) < 50)
     return false;
   const auto* bytes = static_cast<const unsigned char*>(block);
-  for (int i = 0; i < 50; ++i)
-    if (bytes[i] != 0)
-      return false;
-  return true;
-}
-
-TEST(MemoryReserveOptions, DefaultsSetAndOutOfRangeIdentifiers) {
-  inChild([] {
-    const int defaults[] = {100, 500, 100, 200, 10, 0};
-    for (unsigned option = 0; option < 6; ++option)
-      EXPECT_EQ(KWMemoryReserveGetOption(option), defaults[option]) << option;
-    KWMemoryReserveSetOption(kKWMemReserveOptionVerbose, 3);
-    EXPECT_EQ(g_iKWMemReserveVerbose.load(), 3);
-    KWMemoryReserveSetOption(6, 77);
-    KWMemoryReserveSetOption(-1, 77);
-    EXPECT_EQ(KWMemoryReserveGetOption(6), 0);
-    EXPECT_EQ(KWMemoryReserveGetOption(~0u), 0);
-    for (unsigned option = 0; option < 5; ++option)
-      EXPECT_EQ(KWMemoryReserveGetOption(option), defaults[option]);
-    EXPECT_EQ(g_bKWMemReserveProscenMode.load(), 1);
-    EXPECT_EQ(g_iKWMemReserveCurDivide.load(), 1);
-  });
+  return std::all_of(bytes, bytes + 50, [](unsigned char b) { return b == 0; });
 }
 
 TEST(MemoryReserveEnter, PreferencesOverrideEarlierOptionsButNotLaterOnes) {
   inChild([] {
-    char path[] = "/tmp/vtcore-reserve-XXXXXX";
-    int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    const std::string text = R"({"MemoryReserve": {"BlockSize": 6, "Verbose": "4"}})";
-    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    close(fd);
-    setenv("VTCORE_DEFAULTS_FILE", path, 1);
+    const std::string path = "/tmp/vtcore-reserve-" + std::to_string(getpid()) + ".json";
+    std::ofstream(path) << R"({"MemoryReserve": {"BlockSize": 6, "Verbose": "4"}})";
+    setenv("VTCORE_DEFAULTS_FILE", path.c_str(), 1);
     vtcore::UserDefaults::setApplicationIdentifier("reserve-test");
-
     KWMemoryReserveSetOption(kKWMemReserveOptionBlockSize, 2);
     KWMemoryReserveSetOption(kKWMemReserveOptionFinalBlockSize, 1);
     KWMemoryReserveEnter(nullptr, nullptr);
@@ -111,56 +88,96 @@ TEST(MemoryReserveEnter, PreferencesOverrideEarlierOptionsButNotLaterOnes) {
     KWMemoryReserveEnter(nullptr, nullptr);
     EXPECT_EQ(KWMemoryReserveGetOption(kKWMemReserveOptionBlockSize), 3);
     KWMemoryReserveExit();
-    unlink(path);
+    std::remove(path.c_str());
   });
 }
 
-TEST(MemoryReserveEnter, DisabledEnterCountsAndLeavesTheZoneAlone) {
+TEST(MemoryReserveEnter, DefaultsOutOfRangeOptionsAndADisabledEnter) {
   inChild([] {
+    const int defaults[] = {100, 500, 100, 200, 10, 0};
+    KWMemoryReserveSetOption(6, 77);
+    KWMemoryReserveSetOption(-1, 77);
+    for (unsigned option = 0; option < 6; ++option)
+      EXPECT_EQ(KWMemoryReserveGetOption(option), defaults[option]) << option;
+    EXPECT_EQ(KWMemoryReserveGetOption(6), 0);
+    EXPECT_EQ(KWMemoryReserveGetOption(~0u), 0);
+    EXPECT_EQ(g_bKWMemReserveProscenMode.load(), 1);
+    EXPECT_EQ(g_iKWMemReserveCurDivide.load(), 1);
+
     KWMemoryReserveSetOption(kKWMemReserveOptionBlockSize, 0);
     const KWMallocZoneFunctions before = vtcore::mallocZoneFunctions(nullptr);
-    void* closing = KWMemoryReserveEnter(nullptr, nullptr);
-    EXPECT_TRUE(isFiftyZeroedBytes(closing));
+    EXPECT_TRUE(isFiftyZeroedBytes(KWMemoryReserveEnter(nullptr, nullptr)));
     EXPECT_EQ(g_u32KWMemReserveInitCount.load(), 1u);
     EXPECT_EQ(g_aptrKWMemReservePtr[0].load(), nullptr);
-    EXPECT_EQ(vtcore::mallocZoneFunctions(nullptr).malloc, before.malloc);
     KWMemoryReserveExit();
     // The Exit of a disabled Enter must not write unsaved entries back.
     const KWMallocZoneFunctions after = vtcore::mallocZoneFunctions(nullptr);
-    EXPECT_EQ(after.malloc, before.malloc);
-    EXPECT_EQ(after.free, before.free);
-    EXPECT_EQ(g_u32KWMemReserveInitCount.load(), 0u);
-    void* block = std::malloc(100);
-    EXPECT_NE(block, nullptr);
-    std::free(block);
+    EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+    std::free(std::malloc(100));
     KWMemoryReserveExit(); // unmatched: ignored, the count does not wrap
     EXPECT_EQ(g_u32KWMemReserveInitCount.load(), 0u);
   });
 }
 
-TEST(MemoryReserveEnter, NestingInstallsOnceAndEveryCallReturnsAFreshBlock) {
+TEST(MemoryReserve, NestedEnterReleaseLevelsMarkerMonitoringAndTheWayBack) {
   inChild([] {
     smallReserve(8, 2, 4);
     int level = -1;
     void* first = KWMemoryReserveEnter(countingCallback, &level);
-    EXPECT_TRUE(isFiftyZeroedBytes(first));
-    void* reserve = g_aptrKWMemReservePtr[0].load();
-    EXPECT_NE(reserve, nullptr);
-    EXPECT_NE(g_ptrKWMemReserveFinalPtr.load(), nullptr);
-    EXPECT_EQ(g_iKWMemReserveCurDivide.load(), 1);
+    void* second = KWMemoryReserveEnter(nullptr, nullptr); // nested: installs nothing more
+    EXPECT_TRUE(isFiftyZeroedBytes(first) && isFiftyZeroedBytes(second) && first != second);
+    EXPECT_EQ(g_funcKWMemReserveCallback.load(), countingCallback);
     if (vtcore::mallocZoneInterposed()) {
       EXPECT_EQ(vtcore::mallocZoneFunctions(nullptr).malloc, KWMemoryReserveMallocOverride);
     }
-    void* second = KWMemoryReserveEnter(nullptr, nullptr);
-    EXPECT_TRUE(isFiftyZeroedBytes(second));
-    EXPECT_NE(first, second);
-    EXPECT_EQ(g_aptrKWMemReservePtr[0].load(), reserve);
-    EXPECT_EQ(g_funcKWMemReserveCallback.load(), countingCallback);
     KWMemoryReserveExit();
-    EXPECT_EQ(g_aptrKWMemReservePtr[0].load(), reserve);
+    EXPECT_NE(g_aptrKWMemReservePtr[0].load(), nullptr);
+    EXPECT_NE(g_ptrKWMemReserveFinalPtr.load(), nullptr);
+
+    KWMallocZone* zone = vtcore::defaultMallocZone();
+    KWMemoryReserveHandleLowMemorySituation(zone, 1000);
+    EXPECT_EQ(level, 1);
+    EXPECT_EQ(callbackCalls, 1);
+    EXPECT_EQ(g_aptrKWMemReservePtr[0].load(), nullptr);
+    EXPECT_EQ(g_bKWMemReserveUsageMonitoring.load(), 1);
+    EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), 0);
+    // At level 1 a request above MaxSensibleSize gives nothing up.
+    KWMemoryReserveHandleLowMemorySituation(zone, 5 * MB);
+    EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 1);
+    EXPECT_NE(g_ptrKWMemReserveFinalPtr.load(), nullptr);
+    KWMemoryReserveHandleLowMemorySituation(zone, 4 * MB);
+    EXPECT_EQ(level, 2);
+    EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(0), 2);
+    EXPECT_EQ(g_ptrKWMemReserveFinalPtr.load(), nullptr);
+    KWMemoryReserveHandleLowMemorySituation(zone, 10); // nothing left to give
+    EXPECT_EQ(callbackCalls, 2);
+    if (vtcore::mallocZoneInterposed()) {
+      // Monitored allocations count requested bytes, frees usable ones; only
+      // more than MaxSensibleSize net freed tries to take the reserve back.
+      const int before = g_iKWMemReserveUsageMonitor.load();
+      void* a = std::malloc(MB);
+      void* b = std::calloc(10, 30);
+      EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), before + static_cast<int>(MB) + 300);
+      const auto usable = static_cast<int>(malloc_usable_size(a));
+      std::free(a);
+      EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), before + static_cast<int>(MB) + 300 - usable);
+      std::free(b);
+      EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 2);
+      KWMemoryReserveTryReserveReallocation();
+      std::free(std::malloc(16));
+      EXPECT_EQ(level, 0);
+      EXPECT_EQ(callbackCalls, 3);
+      EXPECT_EQ(g_bKWMemReserveUsageMonitoring.load(), 0);
+      EXPECT_EQ(g_bKWMemoryReserveForceTryReallocation.load(), 0);
+      EXPECT_NE(g_aptrKWMemReservePtr[0].load(), nullptr);
+      EXPECT_EQ(g_ptrKWMemReserveFinalPtr.load(), nullptr) << "the final block stays gone";
+      // The way back never touches the marker; reading without reset keeps it.
+      EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(0), 2);
+      EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(1), 2);
+      EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(0), 0);
+    }
     KWMemoryReserveExit();
     EXPECT_EQ(g_aptrKWMemReservePtr[0].load(), nullptr);
-    EXPECT_EQ(g_ptrKWMemReserveFinalPtr.load(), nullptr);
     EXPECT_EQ(g_funcKWMemReserveCallback.load(), nullptr);
     EXPECT_EQ(vtcore::mallocZoneFunctions(nullptr).malloc,
               vtcore::systemMallocZoneFunctions().malloc);
@@ -169,94 +186,27 @@ TEST(MemoryReserveEnter, NestingInstallsOnceAndEveryCallReturnsAFreshBlock) {
   });
 }
 
-TEST(MemoryReserveRelease, LevelsMarkerMonitoringAndTheWayBack) {
-  inChild([] {
-    smallReserve(8, 2, 4);
-    int level = -1;
-    callbackCalls = 0;
-    KWMemoryReserveEnter(countingCallback, &level);
-    KWMallocZone* zone = vtcore::defaultMallocZone();
-
-    KWMemoryReserveHandleLowMemorySituation(zone, 1000);
-    EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 1);
-    EXPECT_EQ(level, 1);
-    EXPECT_EQ(callbackCalls, 1);
-    EXPECT_EQ(g_aptrKWMemReservePtr[0].load(), nullptr);
-    EXPECT_EQ(g_bKWMemReserveUsageMonitoring.load(), 1);
-    EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), 0);
-
-    // At level 1 a request above MaxSensibleSize gives nothing up.
-    KWMemoryReserveHandleLowMemorySituation(zone, 5 * MB);
-    EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 1);
-    EXPECT_NE(g_ptrKWMemReserveFinalPtr.load(), nullptr);
-    EXPECT_EQ(callbackCalls, 1);
-
-    KWMemoryReserveHandleLowMemorySituation(zone, 4 * MB);
-    EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 2);
-    EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(0), 2);
-    EXPECT_EQ(g_ptrKWMemReserveFinalPtr.load(), nullptr);
-    EXPECT_EQ(callbackCalls, 2);
-    // Nothing left to give: no change, no callback.
-    KWMemoryReserveHandleLowMemorySituation(zone, 10);
-    EXPECT_EQ(callbackCalls, 2);
-
-    if (vtcore::mallocZoneInterposed()) {
-      // Monitored frees: only more than MaxSensibleSize net bytes freed
-      // since the last attempt try to take the reserve back.
-      const int before = g_iKWMemReserveUsageMonitor.load();
-      void* small = std::malloc(MB);
-      EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), before + static_cast<int>(MB));
-      const auto usable = static_cast<int>(malloc_usable_size(small));
-      std::free(small);
-      EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), before + static_cast<int>(MB) - usable);
-      EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 2);
-      KWMemoryReserveTryReserveReallocation();
-      void* trigger = std::malloc(16);
-      std::free(trigger);
-      EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 0);
-      EXPECT_EQ(g_bKWMemReserveUsageMonitoring.load(), 0);
-      EXPECT_EQ(g_bKWMemoryReserveForceTryReallocation.load(), 0);
-      EXPECT_NE(g_aptrKWMemReservePtr[0].load(), nullptr);
-      EXPECT_EQ(g_ptrKWMemReserveFinalPtr.load(), nullptr) << "the final block stays gone";
-      EXPECT_EQ(callbackCalls, 3);
-      EXPECT_EQ(level, 0);
-      // The way back never touches the marker; reading without reset keeps it.
-      EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(0), 2);
-      EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(1), 2);
-      EXPECT_EQ(KWMemoryReserveDidLowMemoryLevelChange(0), 0);
-    }
-    KWMemoryReserveExit();
-  });
-}
-
-TEST(MemoryReserveProbe, AnswersWithoutProbingWhenNoFinalBlockIsHeld) {
-  inChild([] {
-    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(SIZE_MAX, 1), 1);
-    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(1, 100), 1);
-    EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 0);
-  });
-}
-
 TEST(MemoryReserveProbe, FragmentsFailuresAndTheirCount) {
   inChild([] {
+    // No final block held: the answer is yes without probing.
+    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(SIZE_MAX, 1), 1);
     smallReserve(4, 1, 4);
     KWMemoryReserveEnter(nullptr, nullptr);
     ASSERT_NE(g_ptrKWMemReserveFinalPtr.load(), nullptr);
+    EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 0);
     EXPECT_EQ(KWMemoryReserveTestAvailableMemory(MB, 2 * MB), 0) << "size below the fragment";
     EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 1);
-    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(8 * MB, MB), 1);
-    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(0, 0), 1);
-    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(1000, 0), 1);
-    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(3, 1), 1);
-    // Far more than any address space, in fragments that are still too
-    // large (a sanitizer's allocator reports such sizes as errors).
+    for (auto [size, fragment] : {std::pair{8 * MB, MB}, {0, 0}, {1000, 0}, {3, 1}})
+      EXPECT_EQ(KWMemoryReserveTestAvailableMemory(size, fragment), 1) << size << "/" << fragment;
+    // Far more than any address space, in fragments still too large (a
+    // sanitizer's allocator reports such sizes as errors).
     if (vtcore::mallocZoneInterposed()) {
       EXPECT_EQ(KWMemoryReserveTestAvailableMemory(SIZE_MAX / 2, SIZE_MAX / 16), 0);
-      EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 2);
+      EXPECT_EQ(KWMemoryReserveDidProbingFail(1), 2);
+      EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 0);
     }
-    KWMemoryReserveDidProbingFail(1);
-    EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 0);
     KWMemoryReserveExit();
+    EXPECT_EQ(g_ptrKWMemReserveFinalPtr.load(), nullptr);
   });
 }
 
@@ -270,12 +220,11 @@ TEST(MemoryReserveWithLeakGuard, BothHookedInEitherOrderKeepTheHeapSound) {
       if (guardFirst)
         delete KWOpenLeakGuardScope(); // installs the guard's hooks
       KWMemoryReserveEnter(nullptr, nullptr);
-      std::vector<void*> blocks;
-      blocks.reserve(64);
+      std::vector<void*> blocks(64);
       {
         KWLeakGuard guard;
         for (std::size_t i = 0; i < 64; ++i)
-          blocks.push_back(std::malloc(16 + i * 100));
+          blocks[i] = std::malloc(16 + i * 100);
         for (std::size_t i = 0; i < 64; i += 2)
           blocks[i] = std::realloc(blocks[i], 5000);
         KWMemoryReserveHandleLowMemorySituation(vtcore::defaultMallocZone(), 100);
@@ -287,8 +236,7 @@ TEST(MemoryReserveWithLeakGuard, BothHookedInEitherOrderKeepTheHeapSound) {
       for (std::size_t i = 32; i < 64; ++i)
         std::free(blocks[i]);
       KWResetLeakGuardHistory(false);
-      std::string afterwards(10000, 'x'); // the heap still works
-      EXPECT_EQ(afterwards.size(), 10000u);
+      EXPECT_EQ(std::string(10000, 'x').size(), 10000u); // the heap still works
     });
   }
 }
@@ -302,54 +250,38 @@ std::size_t addressSpaceInUse() {
   return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
-// What the child saw, sent back through a pipe: the child writes with
-// write(2) only, since stdio may itself fail to allocate there.
-struct Observations {
-  int levelAfterFirstRelease = -1;
-  int markerAfterFirstRelease = -1;
-  int retryAtFirstReleaseSucceeded = 0;
-  int levelAfterSecondRelease = -1;
-  int retryAtSecondReleaseSucceeded = 0;
-  int finalBlockGone = 0;
-  int callbackCalls = 0;
-  int levelAfterFrees = -1;
-  int markerAfterFrees = -1;
-  int reserveBack = 0;
-  int unexpectedNull = 0;
-};
-
-int observedCallbacks = 0;
-void observeCallback(void*) {
-  ++observedCallbacks;
-}
-
-void limitAddressSpace(std::size_t headroom) {
-  mallopt(M_ARENA_MAX, 1);
-  // A fixed threshold also turns off glibc's dynamic one: large blocks are
-  // mapped and unmapped, so frees really give address space back.
-  mallopt(M_MMAP_THRESHOLD, 256 * 1024);
-  rlimit limit{};
-  limit.rlim_cur = limit.rlim_max = addressSpaceInUse() + headroom;
-  setrlimit(RLIMIT_AS, &limit);
-}
-
-bool underSanitizer() {
-  return !vtcore::mallocZoneInterposed();
+// Runs `body` in a child limited to `headroom` bytes of address space above
+// its current use, with one glibc arena and a fixed mmap threshold (which
+// also turns off the dynamic one, so frees of large blocks really give
+// address space back). The child reports N ints through a pipe with
+// write(2): stdio may itself fail to allocate there.
+template <std::size_t N>
+std::array<int, N> underAddressSpaceLimit(std::size_t headroom, void (*body)(int* seen)) {
+  std::array<int, N> seen;
+  seen.fill(-1);
+  int channel[2];
+  EXPECT_EQ(pipe(channel), 0);
+  inChild([&] {
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024);
+    rlimit limit{};
+    limit.rlim_cur = limit.rlim_max = addressSpaceInUse() + headroom;
+    setrlimit(RLIMIT_AS, &limit);
+    body(seen.data());
+    (void)!write(channel[1], seen.data(), sizeof seen);
+  });
+  close(channel[1]);
+  EXPECT_EQ(read(channel[0], seen.data(), sizeof seen), static_cast<ssize_t>(sizeof seen));
+  close(channel[0]);
+  return seen;
 }
 
 TEST(MemoryReserveRealFailure, ReleasesRetriesAndTakesTheReserveBack) {
-  if (underSanitizer())
+  if (!vtcore::mallocZoneInterposed())
     GTEST_SKIP() << "the sanitizers' allocators cannot run under an address-space limit";
-  int channel[2];
-  ASSERT_EQ(pipe(channel), 0);
-  std::fflush(nullptr);
-  pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    Observations seen;
+  const auto seen = underAddressSpaceLimit<11>(160 * MB, [](int* out) {
     smallReserve(64, 16, 8);
-    limitAddressSpace(160 * MB);
-    KWMemoryReserveEnter(observeCallback, nullptr);
+    KWMemoryReserveEnter(countingCallback, nullptr);
     void* blocks[256] = {};
     int count = 0;
     while (count < 256) {
@@ -357,13 +289,13 @@ TEST(MemoryReserveRealFailure, ReleasesRetriesAndTakesTheReserveBack) {
       void* block = std::malloc(4 * MB);
       const int level = KWMemoryReserveGetLowMemoryLevel();
       if (level == 1 && levelBefore == 0) {
-        seen.levelAfterFirstRelease = level;
-        seen.markerAfterFirstRelease = KWMemoryReserveDidLowMemoryLevelChange(0);
-        seen.retryAtFirstReleaseSucceeded = block != nullptr;
+        out[0] = level;
+        out[1] = KWMemoryReserveDidLowMemoryLevelChange(0);
+        out[2] = block != nullptr;
       } else if (level == 2 && levelBefore == 1) {
-        seen.levelAfterSecondRelease = level;
-        seen.retryAtSecondReleaseSucceeded = block != nullptr;
-        seen.finalBlockGone = g_ptrKWMemReserveFinalPtr.load() == nullptr;
+        out[3] = level;
+        out[4] = block != nullptr;
+        out[5] = g_ptrKWMemReserveFinalPtr.load() == nullptr;
       }
       if (!block)
         break;
@@ -371,72 +303,36 @@ TEST(MemoryReserveRealFailure, ReleasesRetriesAndTakesTheReserveBack) {
       if (level == 2)
         break;
     }
-    seen.unexpectedNull = count == 256;
+    out[6] = count == 256; // the limit never made an allocation fail
     for (int i = count - 1; i >= 0; --i)
       std::free(blocks[i]);
-    seen.callbackCalls = observedCallbacks;
-    seen.levelAfterFrees = KWMemoryReserveGetLowMemoryLevel();
-    seen.markerAfterFrees = KWMemoryReserveDidLowMemoryLevelChange(0);
-    seen.reserveBack = g_aptrKWMemReservePtr[0].load() != nullptr;
-    (void)!write(channel[1], &seen, sizeof seen);
-    _exit(0);
-  }
-  close(channel[1]);
-  Observations seen;
-  ASSERT_EQ(read(channel[0], &seen, sizeof seen), static_cast<ssize_t>(sizeof seen));
-  close(channel[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  EXPECT_EQ(seen.unexpectedNull, 0) << "the limit never made an allocation fail";
-  EXPECT_EQ(seen.levelAfterFirstRelease, 1);
-  EXPECT_EQ(seen.markerAfterFirstRelease, 1);
-  EXPECT_EQ(seen.retryAtFirstReleaseSucceeded, 1);
-  EXPECT_EQ(seen.levelAfterSecondRelease, 2);
-  EXPECT_EQ(seen.retryAtSecondReleaseSucceeded, 1);
-  EXPECT_EQ(seen.finalBlockGone, 1);
-  EXPECT_EQ(seen.levelAfterFrees, 0);
-  EXPECT_EQ(seen.markerAfterFrees, 2) << "taking the reserve back leaves the marker";
-  EXPECT_EQ(seen.reserveBack, 1);
-  EXPECT_EQ(seen.callbackCalls, 3);
+    out[7] = callbackCalls;
+    out[8] = KWMemoryReserveGetLowMemoryLevel();
+    out[9] = KWMemoryReserveDidLowMemoryLevelChange(0);
+    out[10] = g_aptrKWMemReservePtr[0].load() != nullptr;
+  });
+  // First release: level 1, marker 1, retry succeeds. Second: level 2, retry
+  // succeeds, final block gone. After the frees: 3 callbacks, level 0, the
+  // marker left at 2, the reserve back.
+  EXPECT_EQ(seen, (std::array<int, 11>{1, 1, 1, 2, 1, 1, 0, 3, 0, 2, 1}));
 }
 
 TEST(MemoryReserveRealFailure, AReserveThatCannotBeHadStillHooksAndExitsCleanly) {
-  if (underSanitizer())
+  if (!vtcore::mallocZoneInterposed())
     GTEST_SKIP() << "the sanitizers' allocators cannot run under an address-space limit";
-  int channel[2];
-  ASSERT_EQ(pipe(channel), 0);
-  std::fflush(nullptr);
-  pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    int seen[5];
+  const auto seen = underAddressSpaceLimit<5>(100 * MB, [](int* out) {
     smallReserve(1000, 16, 8);
-    limitAddressSpace(100 * MB);
     KWMemoryReserveEnter(nullptr, nullptr);
-    seen[0] = g_iKWMemReserveCurDivide.load();
-    seen[1] = g_aptrKWMemReservePtr[0].load() == nullptr;
-    seen[2] = g_ptrKWMemReserveFinalPtr.load() == nullptr;
-    seen[3] = vtcore::mallocZoneFunctions(nullptr).malloc == KWMemoryReserveMallocOverride;
+    out[0] = g_iKWMemReserveCurDivide.load();
+    out[1] = g_aptrKWMemReservePtr[0].load() == nullptr;
+    out[2] = g_ptrKWMemReserveFinalPtr.load() == nullptr;
+    out[3] = vtcore::mallocZoneFunctions(nullptr).malloc == KWMemoryReserveMallocOverride;
     void* block = std::malloc(1000);
-    seen[4] = block != nullptr;
+    out[4] = block != nullptr;
     std::free(block);
     KWMemoryReserveExit(); // must not walk past the 16 reserve entries
-    (void)!write(channel[1], seen, sizeof seen);
-    _exit(0);
-  }
-  close(channel[1]);
-  int seen[5] = {};
-  ASSERT_EQ(read(channel[0], seen, sizeof seen), static_cast<ssize_t>(sizeof seen));
-  close(channel[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  EXPECT_EQ(seen[0], 32);
-  EXPECT_EQ(seen[1], 1);
-  EXPECT_EQ(seen[2], 1);
-  EXPECT_EQ(seen[3], 1);
-  EXPECT_EQ(seen[4], 1);
+  });
+  EXPECT_EQ(seen, (std::array<int, 5>{32, 1, 1, 1, 1}));
 }
 
 } // namespace
