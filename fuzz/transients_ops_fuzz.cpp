@@ -1,4 +1,4 @@
-// Thinning, unique and sorting operations on random collections, NaN
+// Thinning, unique and energy-sorting operations on random collections, NaN
 // energies included: no crash, no endless loop, and the promised order.
 #include <vtcore/music/transients.h>
 
@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const CTransients original = collectionFrom(data + 2, size - 2);
   const unsigned long keep = data[1];
 
-  switch (data[0] % 4) {
+  switch (data[0] % 3) {
   case 0: {
     CTransients thinned = original;
     thinned.ThinOutToSizeAndSortByPos(keep);
@@ -66,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(unique.size() == std::set<std::int64_t>(all.begin(), all.end()).size());
     break;
   }
-  case 2: {
+  default: {
     CTransients sorted = original;
     sorted.SortByEnergyAndPos();
     check(positions(sorted) == positions(original));
@@ -75,13 +75,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(std::is_sorted(sorted.begin(), firstNaN, SortFunctor_CTransient_EnergyAndPos()));
     check(std::all_of(firstNaN, sorted.end(),
                       [](const CTransient& t) { return std::isnan(t.Energy); }));
-    break;
-  }
-  default: {
-    CTransients sorted = original;
-    sorted.SortByPos();
-    check(sorted.AreSortedByPos());
-    check(positions(sorted) == positions(original));
     break;
   }
   }

@@ -41,114 +41,74 @@ CTransient make(std::int64_t pos, float energy = 1.0f) {
   return transient;
 }
 
-std::vector<std::int64_t> positions(const CTransients& transients) {
-  std::vector<std::int64_t> result;
+using Positions = std::vector<std::int64_t>;
+
+Positions positions(const CTransients& transients) {
+  Positions result;
   for (const auto& transient : transients)
     result.push_back(std::int64_t{transient.pos});
   return result;
 }
 
-CTransients withPositions(std::initializer_list<std::int64_t> list) {
-  CTransients transients;
-  for (auto pos : list)
-    transients.push_back(make(pos));
-  return transients;
+bool isNaN(const CTransient& t) {
+  return std::isnan(t.Energy);
 }
 
 } // namespace
 
-TEST(CTransient, DefaultsAndStoredLayout) {
-  CTransient transient;
-  EXPECT_EQ(std::int64_t{transient.pos}, 0);
-  EXPECT_EQ(transient.Energy, 1.0f);
-  EXPECT_EQ(transient.visibleweight, 1.0f);
-  EXPECT_EQ(transient.FreqHz, 0.0f);
-
-  // Arrays are what get stored: two records must sit exactly 36 bytes apart.
-  CTransient pair[2];
-  pair[1].pos = 0x0102030405060708;
-  pair[1].FreqHz = 440.0f;
-  unsigned char bytes[sizeof pair];
-  std::memcpy(bytes, pair, sizeof pair);
-  std::int64_t pos;
-  float freq;
-  std::memcpy(&pos, bytes + 36, 8);
-  std::memcpy(&freq, bytes + 36 + 32, 4);
-  EXPECT_EQ(pos, 0x0102030405060708);
-  EXPECT_EQ(freq, 440.0f);
-  EXPECT_EQ(sizeof pair, 72u);
+// The defaults (Energy and visibleweight 1) show in the trace tests below.
+TEST(CTransient, EqualityByPositionOnly) {
+  CTransient other = make(0, 9.0f);
+  other.FreqHz = 100.0f;
+  EXPECT_TRUE(CTransient() == other);
+  EXPECT_FALSE(CTransient() == make(1));
 }
 
-TEST(CTransient, EqualityLooksAtPositionOnly) {
-  CTransient a = make(5, 1.0f), b = make(5, 9.0f);
-  b.FreqHz = 100.0f;
-  EXPECT_TRUE(a == b);
-  EXPECT_FALSE(a == make(6, 1.0f));
-}
-
-TEST(CTransient, TraceForms) {
+TEST(CTransient, TraceFormsAndStreamState) {
   CTransient transient = make(-42, 0.5f);
   transient.visibleweight = 2.0f;
   transient.FreqHz = 440.0f;
   const std::string full = "CTransient: pos -42, Energy 0.5, visibleweight 2, FreqHz 440";
   const std::string brief = "CTransient: pos -42, Energy 0.5, FreqHz 440";
 
-  std::ostringstream streamed;
+  std::ostringstream streamed, briefHook;
   streamed << transient;
-  EXPECT_EQ(streamed.str(), full);
-  std::ostringstream briefHook;
   TraceStreamBrief(briefHook, transient);
+  EXPECT_EQ(streamed.str(), full);
   EXPECT_EQ(briefHook.str(), full);
-
   {
     CaptureCout cout;
     transient.Trace();
-    EXPECT_EQ(cout.text(), full + pointerText(&std::cout));
-  }
-  {
-    CaptureCout cout;
     transient.TraceBrief();
-    EXPECT_EQ(cout.text(), brief + pointerText(&std::cout));
+    EXPECT_EQ(cout.text(), full + pointerText(&std::cout) + brief + pointerText(&std::cout));
   }
   const std::string str = transient.TraceStr();
-  ASSERT_GT(str.size(), brief.size() + 2);
-  EXPECT_EQ(str.substr(0, brief.size()), brief);
-  EXPECT_EQ(str.substr(brief.size(), 2), "0x"); // the string stream's address
-}
+  EXPECT_EQ(str.substr(0, brief.size() + 2), brief + "0x"); // the string stream's address
 
-TEST(CTransient, NothingReachesAFailedStream) {
+  // A failed stream swallows the text and its null pointer; once cleared,
+  // the address follows again.
   CaptureCout cout;
   std::cout.setstate(std::ios::failbit);
   make(1).Trace();
   std::cout.clear();
-  std::cout << "|";
   make(1).TraceBrief();
-  // The null pointer a failed stream would get never shows: the stream
-  // swallows it with the text. Once cleared, the address follows again.
-  EXPECT_EQ(cout.text(), "|CTransient: pos 1, Energy 1, FreqHz 0" + pointerText(&std::cout));
+  EXPECT_EQ(cout.text(), "CTransient: pos 1, Energy 1, FreqHz 0" + pointerText(&std::cout));
 }
 
 TEST(TraceText, CutsAt254Characters) {
   char buffer[vtcore::detail::kTraceStrBufferSize];
   std::memset(buffer, 'x', sizeof buffer);
-  const std::string longText(300, 'a');
-  EXPECT_EQ(vtcore::detail::copyTraceText(buffer, longText), buffer);
+  EXPECT_EQ(vtcore::detail::copyTraceText(buffer, std::string(300, 'a')), buffer);
   EXPECT_EQ(std::strlen(buffer), 254u);
   vtcore::detail::copyTraceText(buffer, "short");
   EXPECT_STREQ(buffer, "short");
 }
 
 TEST(CTransients, EmptyCollection) {
+  // Sorting and thinning empty collections is left to the operations fuzzer.
   CTransients empty;
-  empty.SortByPos();
-  empty.SortByEnergyAndPos();
-  empty.ThinOutToSizeAndSortByPos(3);
-  empty.SortAndMakeUniquePos();
-  EXPECT_TRUE(empty.empty());
-  EXPECT_TRUE(empty.AreSortedByPos());
   EXPECT_TRUE(empty.AreUniqueAndSortedByPos());
   EXPECT_EQ(std::string(empty.TraceStr()).rfind("CTransients: size  00x", 0), 0u);
-  EXPECT_STREQ(empty.TraceAsPushBackList(), "");
   CaptureCout cout;
   empty.Trace();
   EXPECT_EQ(cout.text(), pointerText(&std::cout));
@@ -157,49 +117,41 @@ TEST(CTransients, EmptyCollection) {
 TEST(CTransients, ThinningKeepsTheWeakestInPositionOrder) {
   CTransients three{make(10, 5), make(20, 1), make(30, 3)};
   three.ThinOutToSizeAndSortByPos(2);
-  EXPECT_EQ(positions(three), (std::vector<std::int64_t>{20, 30}));
-
+  EXPECT_EQ(positions(three), (Positions{20, 30}));
   CTransients tie{make(7, 2), make(3, 2)};
   tie.ThinOutToSizeAndSortByPos(1);
-  EXPECT_EQ(positions(tie), (std::vector<std::int64_t>{3}));
-
+  EXPECT_EQ(positions(tie), (Positions{3}));
   CTransients untouched{make(9, 0), make(-1, 8), make(4, 4)};
   untouched.ThinOutToSizeAndSortByPos(3);
-  EXPECT_EQ(positions(untouched), (std::vector<std::int64_t>{-1, 4, 9}));
+  EXPECT_EQ(positions(untouched), (Positions{-1, 4, 9}));
   untouched.ThinOutToSizeAndSortByPos(0);
   EXPECT_TRUE(untouched.empty());
 }
 
-TEST(CTransients, SortsAndUniqueness) {
-  CTransients transients = withPositions({5, 1, 5, 1, 9});
-  transients.SortAndMakeUniquePos();
-  EXPECT_EQ(positions(transients), (std::vector<std::int64_t>{1, 5, 9}));
-  EXPECT_TRUE(transients.AreUniqueAndSortedByPos());
-
-  CTransients withDuplicate = withPositions({1, 2, 2, 3});
+TEST(CTransients, OrderChecksAndSortOrders) {
+  CTransients withDuplicate{make(1), make(2), make(2)};
   EXPECT_TRUE(withDuplicate.AreSortedByPos());
   EXPECT_FALSE(withDuplicate.AreUniqueAndSortedByPos());
-  EXPECT_FALSE(withPositions({2, 1}).AreSortedByPos());
+  EXPECT_FALSE((CTransients{make(2), make(1)}).AreSortedByPos());
 
-  CTransients signedOrder = withPositions({0, std::numeric_limits<std::int64_t>::min(), -1});
+  const std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+  CTransients signedOrder{make(0), make(lowest), make(-1)};
   signedOrder.SortByPos();
-  EXPECT_EQ(positions(signedOrder),
-            (std::vector<std::int64_t>{std::numeric_limits<std::int64_t>::min(), -1, 0}));
-
+  EXPECT_EQ(positions(signedOrder), (Positions{lowest, -1, 0}));
   CTransients byEnergy{make(3, 2), make(1, 2), make(2, 0.5f)};
   byEnergy.SortByEnergyAndPos();
-  EXPECT_EQ(positions(byEnergy), (std::vector<std::int64_t>{2, 1, 3}));
+  EXPECT_EQ(positions(byEnergy), (Positions{2, 1, 3}));
 }
 
+// The NaN guard must not change what well-formed data sorts to.
 TEST(CTransients, EnergySortMatchesThePublicOrderOnWellFormedData) {
   std::mt19937 random(7);
   std::uniform_int_distribution<int> pos(-50, 50), energy(0, 9);
   for (int round = 0; round < 20; ++round) {
     CTransients transients;
     for (int i = 0; i < 200; ++i) {
-      CTransient transient = make(pos(random), static_cast<float>(energy(random)));
-      transient.FreqHz = static_cast<float>(i); // tells equal elements apart
-      transients.push_back(transient);
+      transients.push_back(make(pos(random), static_cast<float>(energy(random))));
+      transients.back().FreqHz = static_cast<float>(i); // tells equal elements apart
     }
     CTransients expected = transients;
     std::sort(expected.begin(), expected.end(), SortFunctor_CTransient_EnergyAndPos());
@@ -215,33 +167,29 @@ TEST(CTransients, NaNEnergiesNeitherCrashNorLoop) {
   CTransients transients;
   for (int i = 0; i < 3000; ++i)
     transients.push_back(make(pos(random), pick(random) == 0 ? nan : float(pos(random))));
-  const auto nanCount = std::count_if(transients.begin(), transients.end(),
-                                      [](const CTransient& t) { return std::isnan(t.Energy); });
+  const auto nanCount = std::count_if(transients.begin(), transients.end(), isNaN);
 
   CTransients sorted = transients;
   sorted.SortByEnergyAndPos();
-  ASSERT_EQ(sorted.size(), transients.size());
   const auto firstNaN = sorted.end() - nanCount;
   EXPECT_TRUE(std::is_sorted(sorted.begin(), firstNaN, SortFunctor_CTransient_EnergyAndPos()));
-  EXPECT_TRUE(std::all_of(firstNaN, sorted.end(),
-                          [](const CTransient& t) { return std::isnan(t.Energy); }));
+  EXPECT_TRUE(std::all_of(firstNaN, sorted.end(), isNaN));
   EXPECT_TRUE(std::is_sorted(firstNaN, sorted.end(), SortFunctor_CTransient_Pos()));
 
   CTransients thinned = transients;
   thinned.ThinOutToSizeAndSortByPos(transients.size() - nanCount);
   EXPECT_TRUE(thinned.AreSortedByPos());
-  EXPECT_TRUE(std::none_of(thinned.begin(), thinned.end(),
-                           [](const CTransient& t) { return std::isnan(t.Energy); }));
+  EXPECT_TRUE(std::none_of(thinned.begin(), thinned.end(), isNaN));
 
-  CTransients allNaN(500, make(0, nan));
-  for (std::size_t i = 0; i < allNaN.size(); ++i)
-    allNaN[i].pos = static_cast<std::int64_t>(i * 7919 % 500);
+  CTransients allNaN;
+  for (std::int64_t i = 0; i < 500; ++i)
+    allNaN.push_back(make(i * 7919 % 500, nan));
   allNaN.ThinOutToSizeAndSortByPos(10);
-  EXPECT_EQ(positions(allNaN), (std::vector<std::int64_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  EXPECT_EQ(positions(allNaN), (Positions{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
 }
 
 TEST(CTransients, ListingIndentsEachElementOnStandardOutput) {
-  CTransients transients = withPositions({1, 2, 3});
+  CTransients transients{make(1), make(2), make(3)};
   const std::string one = "CTransient: pos 1, Energy 1, visibleweight 1, FreqHz 0";
   bbTraceIndentBegin("test", "", 4);
   {
@@ -265,34 +213,28 @@ TEST(CTransients, ListingIndentsEachElementOnStandardOutput) {
   EXPECT_STREQ(transients.TraceAsPushBackList(), "");
 }
 
-TEST(SwapTransientCallback, ConvertsHeaderAndWholeRecordsOnly) {
+// Record contents and random sizes are covered by the swap fuzzer; this pins
+// the header words and a big-endian record read back on this machine.
+TEST(SwapTransientCallback, HeaderWordsAndBigEndianRecords) {
   std::vector<unsigned char> block(1024 + 36 + 35);
   for (std::size_t i = 0; i < block.size(); ++i)
     block[i] = static_cast<unsigned char>(i * 31 + 7);
+  // Record: pos 0x0102030405060708, Energy 1.5f, FreqHz 440f, all big-endian.
+  const unsigned char record[36] = {1, 2, 3, 4, 5, 6, 7, 8, 0x3F, 0xC0, 0, 0, 0, 0, 0, 0,    0,
+                                    0, 0, 0, 0, 0, 0, 0, 0, 0,    0,    0, 0, 0, 0, 0, 0x43, 0xDC};
+  std::memcpy(&block[1024], record, 36);
   const auto original = block;
 
-  SwapTransientCallback(block.data(), block.size(), true);
+  SwapTransientCallback(block.data(), block.size(), false);
   for (std::size_t word = 0; word < 4; ++word)
     for (std::size_t b = 0; b < 4; ++b)
       ASSERT_EQ(block[word * 4 + b], original[word * 4 + 3 - b]);
-  EXPECT_TRUE(std::equal(block.begin() + 16, block.begin() + 1024, original.begin() + 16));
-  for (std::size_t b = 0; b < 8; ++b)
-    EXPECT_EQ(block[1024 + b], original[1024 + 7 - b]);
-  for (std::size_t field = 8; field < 36; field += 4)
-    for (std::size_t b = 0; b < 4; ++b)
-      EXPECT_EQ(block[1024 + field + b], original[1024 + field + 3 - b]);
-  EXPECT_TRUE(std::equal(block.end() - 35, block.end(), original.end() - 35));
+  CTransient read;
+  std::memcpy(static_cast<void*>(&read), &block[1024], sizeof read);
+  EXPECT_EQ(std::int64_t{read.pos}, 0x0102030405060708);
+  EXPECT_EQ(read.Energy, 1.5f);
+  EXPECT_EQ(read.FreqHz, 440.0f);
 
-  SwapTransientCallback(block.data(), block.size(), false);
-  EXPECT_EQ(block, original);
-
-  std::vector<unsigned char> headerOnly(original.begin(), original.begin() + 1024);
-  SwapTransientCallback(headerOnly.data(), headerOnly.size(), false);
-  EXPECT_TRUE(std::equal(headerOnly.begin() + 16, headerOnly.end(), original.begin() + 16));
-  EXPECT_NE(headerOnly[0], original[0]);
-}
-
-TEST(SwapTransientCallback, ShortBlocksAndNullAreLeftAlone) {
   std::vector<unsigned char> small(1023, 0xAB);
   small[0] = 1;
   SwapTransientCallback(small.data(), small.size(), true);
@@ -300,45 +242,18 @@ TEST(SwapTransientCallback, ShortBlocksAndNullAreLeftAlone) {
   SwapTransientCallback(nullptr, 4096, true);
 }
 
-TEST(SwapTransientCallback, ReadsBigEndianRecords) {
-  std::vector<unsigned char> block(1024 + 36, 0);
-  // pos 0x0102030405060708, Energy 1.5f (0x3FC00000), FreqHz 440f (0x43DC0000).
-  const unsigned char pos[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-  std::memcpy(&block[1024], pos, 8);
-  block[1024 + 8] = 0x3F;
-  block[1024 + 9] = 0xC0;
-  block[1024 + 32] = 0x43;
-  block[1024 + 33] = 0xDC;
-  SwapTransientCallback(block.data(), block.size(), false);
-  CTransient record;
-  std::memcpy(static_cast<void*>(&record), &block[1024], sizeof record);
-  EXPECT_EQ(std::int64_t{record.pos}, 0x0102030405060708);
-  EXPECT_EQ(record.Energy, 1.5f);
-  EXPECT_EQ(record.FreqHz, 440.0f);
-}
-
 TEST(VTEv_AssessDeviations, TraceForms) {
-  VTEv_AssessDeviations record{3, -2};
+  VTEv_AssessDeviations record{std::numeric_limits<std::int64_t>::min(), -2};
   const std::string text =
-      "VTEv_AssessDeviations: ClockWrongDeviationPrevFrames 3 ...NextFrames -2";
+      "VTEv_AssessDeviations: ClockWrongDeviationPrevFrames -9223372036854775808 ...NextFrames -2";
   std::ostringstream streamed, brief;
   streamed << record;
   TraceStreamBrief(brief, record);
   EXPECT_EQ(streamed.str(), text);
   EXPECT_EQ(brief.str(), text);
-  {
-    CaptureCout cout;
-    record.Trace();
-    record.TraceBrief();
-    EXPECT_EQ(cout.text(), text + pointerText(&std::cout) + text + pointerText(&std::cout));
-  }
-  const std::string str = record.TraceStr();
-  EXPECT_EQ(str.substr(0, text.size() + 2), text + "0x");
-
-  VTEv_AssessDeviations extremes{std::numeric_limits<std::int64_t>::min(),
-                                 std::numeric_limits<std::int64_t>::max()};
-  std::ostringstream wide;
-  wide << extremes;
-  EXPECT_EQ(wide.str(), "VTEv_AssessDeviations: ClockWrongDeviationPrevFrames "
-                        "-9223372036854775808 ...NextFrames 9223372036854775807");
+  CaptureCout cout;
+  record.Trace();
+  record.TraceBrief();
+  EXPECT_EQ(cout.text(), text + pointerText(&std::cout) + text + pointerText(&std::cout));
+  EXPECT_EQ(std::string(record.TraceStr()).substr(0, text.size() + 2), text + "0x");
 }

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -23,14 +22,17 @@ std::filesystem::path scratchFile(const char* name) {
          (std::string("vtcore_music_") + std::to_string(::getpid()) + "_" + name);
 }
 
-std::vector<unsigned char> readAll(const std::filesystem::path& path) {
+// Reads the file and removes it.
+std::vector<unsigned char> takeFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(in), {}};
+  std::filesystem::remove(path);
+  return bytes;
 }
 
 int runTool(const std::string& arguments) {
   const std::string command = std::string(VTCORE_CLI_PATH) + " " + arguments + " >/dev/null";
-  return std::system(command.c_str());
+  return WEXITSTATUS(std::system(command.c_str()));
 }
 
 CTransients recordsOf(const std::vector<unsigned char>& block) {
@@ -45,13 +47,11 @@ CTransients recordsOf(const std::vector<unsigned char>& block) {
 TEST(TransientsTool, MadeBlockSurvivesSwappingTwice) {
   const auto path = scratchFile("block");
   ASSERT_EQ(runTool("transients --make 25 " + path.string()), 0);
-  const auto made = readAll(path);
-  std::filesystem::remove(path);
+  const auto made = takeFile(path);
   ASSERT_EQ(made.size(), 1024u + 25 * 36);
 
   // The made block is in this machine's order: its records read directly.
   const CTransients original = recordsOf(made);
-  ASSERT_EQ(original.size(), 25u);
   EXPECT_TRUE(original.AreUniqueAndSortedByPos());
   for (const auto& record : original) {
     EXPECT_GE(record.Energy, 0.0f);
@@ -61,13 +61,10 @@ TEST(TransientsTool, MadeBlockSurvivesSwappingTwice) {
 
   auto swapped = made;
   SwapTransientCallback(swapped.data(), swapped.size(), true);
-  EXPECT_NE(swapped, made);
   EXPECT_NE(std::int64_t{recordsOf(swapped)[0].pos}, std::int64_t{original[0].pos});
-
-  auto back = swapped;
-  SwapTransientCallback(back.data(), back.size(), false);
-  EXPECT_EQ(back, made);
-  const CTransients readBack = recordsOf(back);
+  SwapTransientCallback(swapped.data(), swapped.size(), false);
+  EXPECT_EQ(swapped, made);
+  const CTransients readBack = recordsOf(swapped);
   for (std::size_t i = 0; i < original.size(); ++i) {
     EXPECT_EQ(std::int64_t{readBack[i].pos}, std::int64_t{original[i].pos});
     EXPECT_EQ(readBack[i].Energy, original[i].Energy);
@@ -77,21 +74,20 @@ TEST(TransientsTool, MadeBlockSurvivesSwappingTwice) {
 }
 
 TEST(TransientsTool, BadArgumentsAndShortFiles) {
-  EXPECT_EQ(WEXITSTATUS(runTool("transients 2>/dev/null")), 2);
-  EXPECT_EQ(WEXITSTATUS(runTool("transients --make -3 x 2>/dev/null")), 2);
+  EXPECT_EQ(runTool("transients 2>/dev/null"), 2);
+  EXPECT_EQ(runTool("transients --make -3 x 2>/dev/null"), 2);
+  EXPECT_EQ(runTool("channels 9 2>/dev/null"), 2);
+  EXPECT_EQ(runTool("midi 2>/dev/null"), 2);
   const auto path = scratchFile("short");
   std::ofstream(path) << "too short";
-  EXPECT_EQ(WEXITSTATUS(runTool("transients " + path.string() + " 2>/dev/null")), 1);
+  EXPECT_EQ(runTool("transients " + path.string() + " 2>/dev/null"), 1);
   std::filesystem::remove(path);
-  EXPECT_EQ(WEXITSTATUS(runTool("channels 9 2>/dev/null")), 2);
-  EXPECT_EQ(WEXITSTATUS(runTool("midi 2>/dev/null")), 2);
 }
 
 TEST(ChannelsTool, DrawsEverySpeaker) {
   const auto path = scratchFile("speakers.svg");
   ASSERT_EQ(runTool("channels 8 --svg " + path.string()), 0);
-  const auto bytes = readAll(path);
-  std::filesystem::remove(path);
+  const auto bytes = takeFile(path);
   const std::string svg(bytes.begin(), bytes.end());
   EXPECT_EQ(svg.rfind("<svg ", 0), 0u);
   EXPECT_NE(svg.find("</svg>"), std::string::npos);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
+#include <utility>
 
 namespace {
 
@@ -23,26 +23,29 @@ protected:
   }
 };
 
-std::string text(const char* menuText) {
-  return menuText ? menuText : "(null)";
+// Checks the whole menu: its texts and ids, and nothing past either end.
+void expectMenu(std::initializer_list<std::pair<const char*, CDotAPI::EID>> entries) {
+  ASSERT_EQ(CDotAPI::MenuEntries(), static_cast<int>(entries.size()));
+  int index = 0;
+  for (const auto& [text, id] : entries) {
+    EXPECT_STREQ(CDotAPI::MenuText(index), text);
+    EXPECT_EQ(CDotAPI::MenuID(index++), id);
+  }
+  EXPECT_EQ(CDotAPI::MenuText(index), nullptr);
+  EXPECT_EQ(CDotAPI::MenuText(-1), nullptr);
+  EXPECT_EQ(CDotAPI::MenuID(index), 0);
+  EXPECT_EQ(static_cast<unsigned>(CDotAPI::MenuID(-1)), 0xFFFFFFFFu); // all bits set
+  EXPECT_EQ(CDotAPI::MenuID(-2), 0);
 }
 
 } // namespace
 
 TEST_F(CDotAPITest, FirstQueryInitialisesTheReleaseMenu) {
   EXPECT_EQ(CDotAPI::s_eID.load(), CDotAPI::kOptimizationsOff);
-  EXPECT_EQ(CDotAPI::MenuEntries(), 2);
+  expectMenu(
+      {{"SSE3 optimizations", CDotAPI::kSSE3}, {"optimizations off", CDotAPI::kOptimizationsOff}});
   EXPECT_TRUE(CDotAPI::s_fInit.load());
   EXPECT_EQ(CDotAPI::ProcessorID(), CDotAPI::kSSE3);
-  EXPECT_EQ(text(CDotAPI::MenuText(0)), "SSE3 optimizations");
-  EXPECT_EQ(text(CDotAPI::MenuText(1)), "optimizations off");
-  EXPECT_EQ(CDotAPI::MenuText(2), nullptr);
-  EXPECT_EQ(CDotAPI::MenuText(-1), nullptr);
-  EXPECT_EQ(CDotAPI::MenuID(0), CDotAPI::kSSE3);
-  EXPECT_EQ(CDotAPI::MenuID(1), CDotAPI::kOptimizationsOff);
-  EXPECT_EQ(CDotAPI::MenuID(2), 0);
-  EXPECT_EQ(static_cast<unsigned>(CDotAPI::MenuID(-1)), 0xFFFFFFFFu);
-  EXPECT_EQ(CDotAPI::MenuID(-2), 0);
   EXPECT_EQ(CDotAPI::ID(), CDotAPI::kSSE3);
   EXPECT_EQ(CDotAPI::Interleave(), 4);
   EXPECT_EQ(CDotAPI::GetSelection(), 0);
@@ -76,15 +79,10 @@ TEST_F(CDotAPITest, SelectionAndOverride) {
 TEST_F(CDotAPITest, DebugConfiguration) {
   CDotAPI::SetDebugMode(true);
   EXPECT_FALSE(CDotAPI::s_fInit.load());
-  EXPECT_EQ(CDotAPI::MenuEntries(), 4);
-  const char* expected[] = {"SSE optimizations", "SSE3 optimizations", "optimizations off",
-                            "debug mode"};
-  const CDotAPI::EID ids[] = {CDotAPI::kSSE, CDotAPI::kSSE3, CDotAPI::kOptimizationsOff,
-                              CDotAPI::kDebugMode};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(text(CDotAPI::MenuText(i)), expected[i]);
-    EXPECT_EQ(CDotAPI::MenuID(i), ids[i]);
-  }
+  expectMenu({{"SSE optimizations", CDotAPI::kSSE},
+              {"SSE3 optimizations", CDotAPI::kSSE3},
+              {"optimizations off", CDotAPI::kOptimizationsOff},
+              {"debug mode", CDotAPI::kDebugMode}});
   CDotAPI::SetSelection(3);
   EXPECT_EQ(CDotAPI::ID(), CDotAPI::kDebugMode);
   EXPECT_EQ(CDotAPI::Interleave(), 4);
