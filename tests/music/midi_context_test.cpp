@@ -6,7 +6,6 @@
 
 #include <any>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <tuple>
 
@@ -32,25 +31,24 @@ TEST(KWMIDIFormatter, StylesOutOfRangeAndNonNumbers) {
     const char* text;
   };
   // The 15-versus-16 padding difference and the wide negative form are kept.
-  const Case cases[] = {{0, -7, "-7"},    {0, 127, "127"},     {1, 0, "\u00B1 0"},
-                        {1, 5, "+5"},     {1, -5, "-5"},       {2, 0, "0x00"},
-                        {2, 14, "0x0E"},  {2, 15, "0x F"},     {2, 16, "0x10"},
-                        {2, 255, "0xFF"}, {2, 4096, "0x1000"}, {2, -1, "0x0FFFFFFFF"},
-                        {3, -1, ""},      {4, 5, ""},          {-1, 5, ""}};
+  const Case cases[] = {{0, -7, "-7"},       {1, 0, "\u00B1 0"},
+                        {1, 5, "+5"},        {1, -5, "-5"},
+                        {2, 9, "0x09"},      {2, 15, "0x F"},
+                        {2, 16, "0x10"},     {2, 255, "0xFF"},
+                        {2, 4096, "0x1000"}, {2, -1, "0x0FFFFFFFF"},
+                        {3, 61, "C#3"},      {3, -1, ""},
+                        {4, 5, ""},          {-1, 5, ""}};
   for (const auto& c : cases)
     EXPECT_EQ(format(c.style, c.value), c.text) << c.style << "/" << c.value;
   for (int style = 0; style <= 4; ++style) {
     EXPECT_EQ(format(style, std::any()), "") << style;
     EXPECT_EQ(format(style, std::any(std::string("60"))), "") << style;
-    EXPECT_EQ(format(style, std::any("60")), "") << style;
   }
-  // Any arithmetic type is a number; floating values truncate toward zero.
+  // Any arithmetic type is a number, truncated toward zero to an int.
   EXPECT_EQ(format(3, 60.9), "C3");
   EXPECT_EQ(format(0, -2.9f), "-2");
   EXPECT_EQ(format(1, true), "+1");
   EXPECT_EQ(format(0, std::int64_t{0x100000005}), "5"); // the low 32 bits
-  EXPECT_EQ(format(0, std::numeric_limits<double>::quiet_NaN()), "0");
-  EXPECT_EQ(format(0, 1e300), "2147483647");
   EXPECT_EQ(format(0, -1e300), "-2147483648");
 }
 
@@ -59,30 +57,18 @@ TEST(KWMIDIFormatter, NoteNamesFollowTheOctaveRule) {
   const char* names[] = {"C", "C#", "D", "D#", "E", "F", "F#", "G", "G#", "A", "A#", "B"};
   for (int v = 0; v <= 127; ++v)
     EXPECT_EQ(format(3, v), names[v % 12] + std::to_string(v / 12 - 2)) << v;
-  EXPECT_EQ(format(3, 0), "C-2");
-  EXPECT_EQ(format(3, 60), "C3");
-  EXPECT_EQ(format(3, 127), "G8");
-}
+  EXPECT_EQ(format(3, 0) + format(3, 60) + format(3, 127), "C-2C3G8");
 
-TEST(KWMIDIFormatter, InitResetsTheStyle) {
-  KWMIDIFormatter formatter;
+  KWMIDIFormatter formatter; // init resets the style
   formatter.setNoteStyle(3);
   EXPECT_EQ(formatter.init(), &formatter);
   EXPECT_EQ(formatter.noteStyle(), 0);
-  const vtcore::ValueFormatter& base = formatter;
-  EXPECT_EQ(utf8(base.stringForObjectValue(42)), "42");
 }
 
 TEST(KwTimeMarker, MeasuresFromTheMarker) {
   KwTimeMarker marker;
-  // Moving the marker 2.5 s into the past must show at least that much.
-  marker.m_tLogTime.tv_sec -= 3;
-  marker.m_tLogTime.tv_usec += 500000;
-  if (marker.m_tLogTime.tv_usec >= 1000000) {
-    marker.m_tLogTime.tv_usec -= 1000000;
-    marker.m_tLogTime.tv_sec += 1;
-  }
-  EXPECT_GE(marker.secondsSinceMarker(), 2.5f - 1e-3f);
+  marker.m_tLogTime.tv_sec -= 3; // 3 s into the past must show at least 2.5
+  EXPECT_GE(marker.secondsSinceMarker(), 2.5f);
   EXPECT_EQ(marker.init(), &marker);
   EXPECT_LT(marker.secondsSinceMarker(), 2.5f);
 }
@@ -91,7 +77,6 @@ namespace {
 
 void fillWithReference(long position, long reference, CMusicalContext& context) {
   context.result1 = position + reference;
-  context.result4 = 44;
 }
 
 void fillDefault(long, long, CMusicalContext& context) {
@@ -100,41 +85,24 @@ void fillDefault(long, long, CMusicalContext& context) {
 
 } // namespace
 
-TEST(CMusicalContext, BuiltInDefault) {
+TEST(CMusicalContext, BuiltInDefaultAndCalculatorOrder) {
   ASSERT_EQ(CMusicalContext::s_funcDefaultCalculator.load(), nullptr);
   CMusicalContext zero(0, 7, nullptr);
-  EXPECT_EQ(std::tie(zero.position, zero.reference, zero.result1, zero.result2),
-            std::tuple(0L, 7L, 0L, 0L));
+  EXPECT_EQ(std::tie(zero.reference, zero.result1, zero.result2, zero.result3),
+            std::tuple(7L, 0L, 0L, 1));
   EXPECT_EQ(std::tie(zero.tempo, zero.metreNumerator, zero.metreDenominator),
             std::tuple(120000, 4, 4));
-  EXPECT_EQ(std::tie(zero.result3, zero.result4, zero.result5), std::tuple(1, 0, 0));
-  EXPECT_EQ(zero.flag1 | zero.flag2 | zero.flag3, 0);
-
   // 44100 / 1.435546875 = 30720 exactly; 44100 / 22050 = 2, whose IEEE
   // remainder by 4 is 2 (ties round to even), so 2 x 15360.
   CMusicalContext two(44100, 0, nullptr);
-  EXPECT_EQ(two.result1, 30720);
-  EXPECT_EQ(two.result2, 30720);
-  EXPECT_EQ(two.result3, 1);
+  EXPECT_EQ(std::tie(two.result1, two.result2), std::tuple(30720L, 30720L));
   // 66150 / 22050 = 3: remainder(3, 4) is -1, so the result is negative.
-  CMusicalContext three(66150, 0, nullptr);
-  EXPECT_EQ(three.result2, -15360);
-  // remainder(1, 1.435546875) = 1 - 1.435546875 < 0 gives 1.87...: 1.
-  CMusicalContext one(1, 0, nullptr);
-  EXPECT_EQ(one.result1, 1);
-  EXPECT_EQ(one.result3, 1);
-  CMusicalContext extreme(std::numeric_limits<long>::min(), 0, nullptr);
-  EXPECT_LT(extreme.result1, 0);
-}
+  EXPECT_EQ(CMusicalContext(66150, 0, nullptr).result2, -15360);
 
-TEST(CMusicalContext, CalculatorOrder) {
   CMusicalContext::s_funcDefaultCalculator = fillDefault;
   CMusicalContext classDefault(10, 5, nullptr);
-  EXPECT_EQ(classDefault.result5, 55);
-  EXPECT_EQ(classDefault.result1, 0); // the built-in default did not run
+  EXPECT_EQ(std::tie(classDefault.result1, classDefault.result5), std::tuple(0L, 55));
   CMusicalContext givenWins(10, 5, fillWithReference);
-  EXPECT_EQ(givenWins.result1, 15);
-  EXPECT_EQ(givenWins.result4, 44);
-  EXPECT_EQ(givenWins.result5, 0);
+  EXPECT_EQ(std::tie(givenWins.result1, givenWins.result5), std::tuple(15L, 0));
   CMusicalContext::s_funcDefaultCalculator = nullptr;
 }

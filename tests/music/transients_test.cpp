@@ -17,20 +17,16 @@
 namespace {
 
 // Sends std::cout into a string for the life of the object.
-class CaptureCout {
-public:
-  CaptureCout() : saved_(std::cout.rdbuf(text_.rdbuf())) {}
-  ~CaptureCout() { std::cout.rdbuf(saved_); }
-  std::string text() const { return text_.str(); }
-
-private:
-  std::ostringstream text_;
-  std::streambuf* saved_;
+struct CaptureCout {
+  std::ostringstream text;
+  std::streambuf* saved = std::cout.rdbuf(text.rdbuf());
+  ~CaptureCout() { std::cout.rdbuf(saved); }
 };
 
-std::string pointerText(const void* pointer) {
+// What a trace writes after its text while std::cout is good.
+std::string coutAddress() {
   std::ostringstream text;
-  text << pointer;
+  text << static_cast<const void*>(&std::cout);
   return text.str();
 }
 
@@ -56,43 +52,32 @@ bool isNaN(const CTransient& t) {
 
 } // namespace
 
-// The defaults (Energy and visibleweight 1) show in the trace tests below.
-TEST(CTransient, EqualityByPositionOnly) {
+TEST(CTransient, EqualityByPositionOnlyAndTraceForms) {
   CTransient other = make(0, 9.0f);
   other.FreqHz = 100.0f;
   EXPECT_TRUE(CTransient() == other);
   EXPECT_FALSE(CTransient() == make(1));
-}
 
-TEST(CTransient, TraceFormsAndStreamState) {
   CTransient transient = make(-42, 0.5f);
   transient.visibleweight = 2.0f;
   transient.FreqHz = 440.0f;
   const std::string full = "CTransient: pos -42, Energy 0.5, visibleweight 2, FreqHz 440";
   const std::string brief = "CTransient: pos -42, Energy 0.5, FreqHz 440";
-
   std::ostringstream streamed, briefHook;
   streamed << transient;
   TraceStreamBrief(briefHook, transient);
   EXPECT_EQ(streamed.str(), full);
   EXPECT_EQ(briefHook.str(), full);
-  {
-    CaptureCout cout;
-    transient.Trace();
-    transient.TraceBrief();
-    EXPECT_EQ(cout.text(), full + pointerText(&std::cout) + brief + pointerText(&std::cout));
-  }
-  const std::string str = transient.TraceStr();
-  EXPECT_EQ(str.substr(0, brief.size() + 2), brief + "0x"); // the string stream's address
+  EXPECT_EQ(std::string(transient.TraceStr()).substr(0, brief.size() + 2), brief + "0x");
 
-  // A failed stream swallows the text and its null pointer; once cleared,
-  // the address follows again.
+  // The stream's address follows the text; a failed stream swallows both.
   CaptureCout cout;
+  transient.Trace();
+  transient.TraceBrief();
   std::cout.setstate(std::ios::failbit);
   make(1).Trace();
   std::cout.clear();
-  make(1).TraceBrief();
-  EXPECT_EQ(cout.text(), "CTransient: pos 1, Energy 1, FreqHz 0" + pointerText(&std::cout));
+  EXPECT_EQ(cout.text.str(), full + coutAddress() + brief + coutAddress());
 }
 
 TEST(TraceText, CutsAt254Characters) {
@@ -100,44 +85,16 @@ TEST(TraceText, CutsAt254Characters) {
   std::memset(buffer, 'x', sizeof buffer);
   EXPECT_EQ(vtcore::detail::copyTraceText(buffer, std::string(300, 'a')), buffer);
   EXPECT_EQ(std::strlen(buffer), 254u);
-  vtcore::detail::copyTraceText(buffer, "short");
-  EXPECT_STREQ(buffer, "short");
 }
 
-TEST(CTransients, EmptyCollection) {
-  // Sorting and thinning empty collections is left to the operations fuzzer.
-  CTransients empty;
-  EXPECT_TRUE(empty.AreUniqueAndSortedByPos());
-  EXPECT_EQ(std::string(empty.TraceStr()).rfind("CTransients: size  00x", 0), 0u);
-  CaptureCout cout;
-  empty.Trace();
-  EXPECT_EQ(cout.text(), pointerText(&std::cout));
-}
-
-TEST(CTransients, ThinningKeepsTheWeakestInPositionOrder) {
+TEST(CTransients, ThinningKeepsTheWeakestAndOrderChecks) {
   CTransients three{make(10, 5), make(20, 1), make(30, 3)};
   three.ThinOutToSizeAndSortByPos(2);
   EXPECT_EQ(positions(three), (Positions{20, 30}));
-  CTransients tie{make(7, 2), make(3, 2)};
-  tie.ThinOutToSizeAndSortByPos(1);
-  EXPECT_EQ(positions(tie), (Positions{3}));
-  CTransients untouched{make(9, 0), make(-1, 8), make(4, 4)};
-  untouched.ThinOutToSizeAndSortByPos(3);
-  EXPECT_EQ(positions(untouched), (Positions{-1, 4, 9}));
-  untouched.ThinOutToSizeAndSortByPos(0);
-  EXPECT_TRUE(untouched.empty());
-}
 
-TEST(CTransients, OrderChecksAndSortOrders) {
   CTransients withDuplicate{make(1), make(2), make(2)};
   EXPECT_TRUE(withDuplicate.AreSortedByPos());
   EXPECT_FALSE(withDuplicate.AreUniqueAndSortedByPos());
-  EXPECT_FALSE((CTransients{make(2), make(1)}).AreSortedByPos());
-
-  const std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-  CTransients signedOrder{make(0), make(lowest), make(-1)};
-  signedOrder.SortByPos();
-  EXPECT_EQ(positions(signedOrder), (Positions{lowest, -1, 0}));
   CTransients byEnergy{make(3, 2), make(1, 2), make(2, 0.5f)};
   byEnergy.SortByEnergyAndPos();
   EXPECT_EQ(positions(byEnergy), (Positions{2, 1, 3}));
@@ -160,6 +117,7 @@ TEST(CTransients, EnergySortMatchesThePublicOrderOnWellFormedData) {
   }
 }
 
+// Large enough for the standard sort's unguarded insertion to run off the end.
 TEST(CTransients, NaNEnergiesNeitherCrashNorLoop) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   std::mt19937 random(11);
@@ -174,18 +132,15 @@ TEST(CTransients, NaNEnergiesNeitherCrashNorLoop) {
   const auto firstNaN = sorted.end() - nanCount;
   EXPECT_TRUE(std::is_sorted(sorted.begin(), firstNaN, SortFunctor_CTransient_EnergyAndPos()));
   EXPECT_TRUE(std::all_of(firstNaN, sorted.end(), isNaN));
-  EXPECT_TRUE(std::is_sorted(firstNaN, sorted.end(), SortFunctor_CTransient_Pos()));
-
-  CTransients thinned = transients;
-  thinned.ThinOutToSizeAndSortByPos(transients.size() - nanCount);
-  EXPECT_TRUE(thinned.AreSortedByPos());
-  EXPECT_TRUE(std::none_of(thinned.begin(), thinned.end(), isNaN));
+  transients.ThinOutToSizeAndSortByPos(transients.size() - nanCount);
+  EXPECT_TRUE(transients.AreSortedByPos());
+  EXPECT_TRUE(std::none_of(transients.begin(), transients.end(), isNaN));
 
   CTransients allNaN;
   for (std::int64_t i = 0; i < 500; ++i)
     allNaN.push_back(make(i * 7919 % 500, nan));
-  allNaN.ThinOutToSizeAndSortByPos(10);
-  EXPECT_EQ(positions(allNaN), (Positions{0, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  allNaN.ThinOutToSizeAndSortByPos(3);
+  EXPECT_EQ(positions(allNaN), (Positions{0, 1, 2}));
 }
 
 TEST(CTransients, ListingIndentsEachElementOnStandardOutput) {
@@ -193,28 +148,23 @@ TEST(CTransients, ListingIndentsEachElementOnStandardOutput) {
   const std::string one = "CTransient: pos 1, Energy 1, visibleweight 1, FreqHz 0";
   bbTraceIndentBegin("test", "", 4);
   {
-    CaptureCout cout;
-    transients.Trace();
-    EXPECT_EQ(cout.text().substr(0, 4 + one.size()), "    " + one);
-    EXPECT_EQ(cout.text().find("    CTransient: pos 3"), 2 * (4 + one.size()));
-  }
-  {
     // Another stream gets the elements; the indentation still goes to cout.
     CaptureCout cout;
     std::ostringstream other;
     other << transients;
-    EXPECT_EQ(cout.text(), std::string(12, ' '));
+    EXPECT_EQ(cout.text.str(), std::string(12, ' '));
     EXPECT_EQ(other.str().substr(0, one.size()), one);
   }
   bbTraceIndentEnd();
   CaptureCout cout;
   transients.TraceBrief();
-  EXPECT_EQ(cout.text(), "CTransients: size  3" + pointerText(&std::cout));
+  CTransients().Trace();
+  EXPECT_EQ(cout.text.str(), "CTransients: size  3" + coutAddress() + coutAddress());
   EXPECT_STREQ(transients.TraceAsPushBackList(), "");
 }
 
-// Record contents and random sizes are covered by the swap fuzzer; this pins
-// the header words and a big-endian record read back on this machine.
+// The swap fuzzer covers the records' bytes and random sizes; this pins the
+// header words and a big-endian record read back on this machine.
 TEST(SwapTransientCallback, HeaderWordsAndBigEndianRecords) {
   std::vector<unsigned char> block(1024 + 36 + 35);
   for (std::size_t i = 0; i < block.size(); ++i)
@@ -226,19 +176,13 @@ TEST(SwapTransientCallback, HeaderWordsAndBigEndianRecords) {
   const auto original = block;
 
   SwapTransientCallback(block.data(), block.size(), false);
-  for (std::size_t word = 0; word < 4; ++word)
-    for (std::size_t b = 0; b < 4; ++b)
-      ASSERT_EQ(block[word * 4 + b], original[word * 4 + 3 - b]);
+  for (std::size_t i = 0; i < 16; ++i)
+    ASSERT_EQ(block[i], original[i / 4 * 4 + 3 - i % 4]);
   CTransient read;
   std::memcpy(static_cast<void*>(&read), &block[1024], sizeof read);
   EXPECT_EQ(std::int64_t{read.pos}, 0x0102030405060708);
   EXPECT_EQ(read.Energy, 1.5f);
   EXPECT_EQ(read.FreqHz, 440.0f);
-
-  std::vector<unsigned char> small(1023, 0xAB);
-  small[0] = 1;
-  SwapTransientCallback(small.data(), small.size(), true);
-  EXPECT_EQ(small[0], 1);
   SwapTransientCallback(nullptr, 4096, true);
 }
 
@@ -246,14 +190,9 @@ TEST(VTEv_AssessDeviations, TraceForms) {
   VTEv_AssessDeviations record{std::numeric_limits<std::int64_t>::min(), -2};
   const std::string text =
       "VTEv_AssessDeviations: ClockWrongDeviationPrevFrames -9223372036854775808 ...NextFrames -2";
-  std::ostringstream streamed, brief;
-  streamed << record;
-  TraceStreamBrief(brief, record);
-  EXPECT_EQ(streamed.str(), text);
-  EXPECT_EQ(brief.str(), text);
   CaptureCout cout;
   record.Trace();
   record.TraceBrief();
-  EXPECT_EQ(cout.text(), text + pointerText(&std::cout) + text + pointerText(&std::cout));
+  EXPECT_EQ(cout.text.str(), text + coutAddress() + text + coutAddress());
   EXPECT_EQ(std::string(record.TraceStr()).substr(0, text.size() + 2), text + "0x");
 }
