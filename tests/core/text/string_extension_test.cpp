@@ -10,7 +10,6 @@
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
-#include <unicode/regex.h>
 #include <unicode/uchar.h>
 
 namespace {
@@ -39,34 +38,24 @@ TEST(WebStrings, ConversionVectors) {
       // Controls (Cc, Cf) go first; "&" is replaced before the others.
       {xml, "a<b & 'c'", "a&lt;b &amp; &apos;c&apos;"},
       {xml, "tab\there\r\n\x7F\xE2\x80\x8B", "tabhere"},
-      {xml, "\"&amp;\">", "&quot;&amp;amp;&quot;&gt;"},
       // Every "://" after the first is removed.
       {url, "host/page", "http://host/page"},
       {url, "a.b@c.de", "mailto:a.b@c.de"},
-      {url, "mailto:x", "mailto:x"},
-      {url, "ftp:/x", "ftp:/x"},
       {url, "a://b://c://d", "a://bcd"},
       {url, "host:8080/x", "host:8080/x"},
       // A "%" not followed by two hex digits is escaped as "%25".
       {rfc, "a b%zz", "http://a%20b%25zz"},
-      {rfc, "x%41y", "http://x%41y"},
-      {rfc, "x%4", "http://x%254"},
-      {rfc, "x%", "http://x%25"},
-      {rfc, "x/%4a#f", "http://x/%4a#f"},
+      {rfc, "x/%41y%4a#%4", "http://x/%41y%4a#%254"},
       {rfc, "h/<\"{|}\\^[]`>", "http://h/%3C%22%7B%7C%7D%5C%5E%5B%5D%60%3E"},
       {rfc, "h/b\xC3\xBC?q=1&r=~;", "http://h/b%C3%BC?q=1&r=~;"},
       // Only the host is converted, and only with a scheme.
       {puny, "http://bücher.de/x", "http://xn--bcher-kva.de/x"},
       {puny, "http://bücher.de:80/ü", "http://xn--bcher-kva.de:80/ü"},
-      {puny, "bücher.de", "bücher.de"},
-      {puny, "http:///path", "http:///path"},
       // IDNA refuses a label longer than 63 characters: the text comes back.
       {puny, refused, refused},
   };
   for (const Case& c : cases)
     EXPECT_EQ(utf8(c.convert(u(c.input))), c.expected) << c.input;
-  for (auto convert : {xml, url, rfc, puny})
-    EXPECT_EQ(convert(icu::UnicodeString()), icu::UnicodeString());
 }
 
 TEST(WebStrings, Predicates) {
@@ -85,29 +74,6 @@ TEST(WebStrings, Predicates) {
   // "YES", "TRUE" or "Y" in any case, or a non-zero integer value.
   expectAll(X::boolValue, {"YES", "y", "True", "42", " 7", "-3", "007x", "99999999999"}, true);
   expectAll(X::boolValue, {"no", "0", "", "yess", "000", "x1", " YES"}, false);
-}
-
-// The one-pass pre-test must accept exactly what the pattern accepts, over
-// short texts of the characters that matter.
-TEST(WebStrings, EmailAgreesWithThePlainPattern) {
-  UErrorCode status = U_ZERO_ERROR;
-  UParseError parseError;
-  std::unique_ptr<icu::RegexPattern> pattern(icu::RegexPattern::compile(
-      u"^[a-zA-Z0-9\\._-]+@(?:[a-zA-Z0-9\\.-]+\\.)+[a-zA-Z0-9\\.-]{2,4}$", 0, parseError, status));
-  ASSERT_TRUE(U_SUCCESS(status));
-  std::mt19937 rng(5);
-  int matches = 0;
-  for (int round = 0; round < 20000; ++round) {
-    icu::UnicodeString text(rng() % 2 ? u"ab@" : u""); // more near-misses
-    for (std::size_t i = 0, n = rng() % 12; i < n; ++i)
-      text.append(u"a.-_@Z9!"[rng() % 8]);
-    std::unique_ptr<icu::RegexMatcher> matcher(pattern->matcher(text, status));
-    bool expected = matcher->matches(status);
-    ASSERT_TRUE(U_SUCCESS(status));
-    matches += expected;
-    ASSERT_EQ(X::stringLooksLikeValidEmailAddress(text), expected) << utf8(text);
-  }
-  EXPECT_GT(matches, 100);
 }
 
 // libxml2 reads back from <a>escaped</a> the text minus the removed controls.
@@ -147,9 +113,6 @@ TEST(WebStrings, UnpairedSurrogatesAreHandled) {
   s.append(char16_t(0xD800)).append(u'<');
   EXPECT_EQ(utf8(X::stringByConvertingToRFC2396(s)), "http://a/%EF%BF%BD%3C");
   EXPECT_EQ(X::stringByConvertingToXML(s).charAt(9), 0xD800);
-  EXPECT_FALSE(X::stringLooksLikeValidEmailAddress(s));
-  EXPECT_FALSE(X::boolValue(s));
-  EXPECT_EQ(X::stringByConvertingToPunycode(s), s);
 }
 
 } // namespace
