@@ -1,6 +1,7 @@
 // One QApplication for every UI test, made when the tests start (listing
 // them makes none). CTest chooses the platform: offscreen, or xcb under
-// xvfb-run for the real-window tests.
+// xvfb-run for the real-window tests. The UI is not built under
+// ThreadSanitizer, so only LeakSanitizer needs suppressions.
 #include <QApplication>
 #include <gtest/gtest.h>
 
@@ -11,14 +12,6 @@
 extern "C" const char* __lsan_default_suppressions();
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
   return "leak:libdbus-1.so\nleak:libfontconfig.so\n";
-}
-
-// Qt and GLib are not built with ThreadSanitizer, so their hand-offs between
-// threads (queued calls, the X event reader) look like races to it.
-extern "C" const char* __tsan_default_suppressions();
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions() {
-  return "race:libQt6Core.so\nrace:libQt6Gui.so\nrace:libQt6Widgets.so\n"
-         "race:libQt6XcbQpa.so\nrace:libglib-2.0.so\n";
 }
 
 namespace {
