@@ -16,8 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const std::string path = "/tmp/vtcore-defaults-fuzz-" + std::to_string(getpid()) + ".json";
   // Refused writes log an error each: keep them out of the system log.
   static vtcore::MemoryLogSink sink;
-  static const bool installed = (vtcore::setLogSink(&sink), true);
-  (void)installed;
+  [[maybe_unused]] static const bool installed = (vtcore::setLogSink(&sink), true);
   sink.clear();
   const std::string input(reinterpret_cast<const char*>(data), size);
   std::ofstream(path, std::ios::binary | std::ios::trunc) << input;
