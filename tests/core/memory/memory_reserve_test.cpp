@@ -176,8 +176,10 @@ TEST(MemoryReserveWithLeakGuard, BothHookedInEitherOrderKeepTheHeapSound) {
       std::vector<void*> blocks(64);
       {
         KWLeakGuard guard;
+        // Every eighth block is large enough to be mapped on its own: once
+        // freed, its memory is gone, and touching it would fault.
         for (std::size_t i = 0; i < 64; ++i)
-          blocks[i] = std::malloc(16 + i * 100);
+          blocks[i] = std::malloc(i % 8 == 7 ? 300000 : 16 + i * 100);
         for (std::size_t i = 0; i < 64; i += 2)
           blocks[i] = std::realloc(blocks[i], 5000);
         KWMemoryReserveHandleLowMemorySituation(vtcore::defaultMallocZone(), 100);

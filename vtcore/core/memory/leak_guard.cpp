@@ -598,12 +598,18 @@ long KWLeakGuardHandler::ResetHistory(bool report) {
       tail_->previous = head_;
     }
     // The blocks outlive their records: their trailers must no longer point
-    // at them, or a later free would release a record twice.
+    // at them, or a later free would release a record twice. That is only
+    // possible while the guard's hooks are in force: once someone wrote other
+    // entries over them (a memory reserve exited after the guard hooked in),
+    // frees no longer reach the guard, a recorded block may already be freed
+    // and unmapped, and its trailer must not be touched; no later free looks
+    // at a trailer either.
     KWMallocZone* zone = vtcore::defaultMallocZone();
-    for (Entry* entry = first; entry; entry = entry->next)
-      if (entry->block)
-        if (unsigned char* trailer = trackedTrailer(saved_, zone, entry->block))
-          std::memset(trailer + kMagicOffset, 0, 24);
+    if (vtcore::mallocZoneFunctions(zone).free == FreeOverride)
+      for (Entry* entry = first; entry; entry = entry->next)
+        if (entry->block)
+          if (unsigned char* trailer = trackedTrailer(saved_, zone, entry->block))
+            std::memset(trailer + kMagicOffset, 0, 24);
   }
   vtcore::detail::HookReentrancyGuard untracked;
   const unsigned long limit = reportLimit_.load();
