@@ -515,74 +515,63 @@ void convertFromFloat(void* dst, const void* src, std::size_t count, void* secon
 
 void convertNothing(void*, const void*, std::size_t, void*) {}
 
-} // namespace
+// One selection table for both directions: Direction::of<Format>() is the
+// converter of that format in that direction.
+struct ToFloat {
+  template <typename Format>
+  static constexpr KWSampleConverter of() {
+    return convertToFloat<Format>;
+  }
+};
+struct FromFloat {
+  template <typename Format>
+  static constexpr KWSampleConverter of() {
+    return convertFromFloat<Format>;
+  }
+};
 
-KWSampleConverter GetConvertNToFloat(int format, int littleEndian) {
+template <typename Direction>
+KWSampleConverter selectConverter(int format, int littleEndian) {
   if (littleEndian == 0) {
     switch (format) {
     case -8:
-      return convertToFloat<Float64BigFormat>;
+      return Direction::template of<Float64BigFormat>();
     case -4:
-      return convertToFloat<Float32Format<false>>;
+      return Direction::template of<Float32Format<false>>();
     case 1:
-      return convertToFloat<IntegerFormat<1, false>>;
+      return Direction::template of<IntegerFormat<1, false>>();
     case 2:
-      return convertToFloat<IntegerFormat<2, false>>;
+      return Direction::template of<IntegerFormat<2, false>>();
     case 3:
-      return convertToFloat<IntegerFormat<3, false>>;
+      return Direction::template of<IntegerFormat<3, false>>();
     case 4:
-      return convertToFloat<IntegerFormat<4, false>>;
+      return Direction::template of<IntegerFormat<4, false>>();
     default:
       return convertNothing;
     }
   }
   switch (format) {
   case -4:
-    return convertToFloat<Float32Format<true>>;
+    return Direction::template of<Float32Format<true>>();
   case 1:
-    return convertToFloat<IntegerFormat<1, true, true>>;
+    return Direction::template of<IntegerFormat<1, true, true>>();
   case 2:
-    return convertToFloat<IntegerFormat<2, true>>;
+    return Direction::template of<IntegerFormat<2, true>>();
   case 3:
-    return convertToFloat<IntegerFormat<3, true>>;
+    return Direction::template of<IntegerFormat<3, true>>();
   case 4:
-    return convertToFloat<IntegerFormat<4, true>>;
+    return Direction::template of<IntegerFormat<4, true>>();
   default:
     return convertNothing;
   }
 }
 
+} // namespace
+
+KWSampleConverter GetConvertNToFloat(int format, int littleEndian) {
+  return selectConverter<ToFloat>(format, littleEndian);
+}
+
 KWSampleConverter GetConvertFloatToN(int format, int littleEndian) {
-  if (littleEndian == 0) {
-    switch (format) {
-    case -8:
-      return convertFromFloat<Float64BigFormat>;
-    case -4:
-      return convertFromFloat<Float32Format<false>>;
-    case 1:
-      return convertFromFloat<IntegerFormat<1, false>>;
-    case 2:
-      return convertFromFloat<IntegerFormat<2, false>>;
-    case 3:
-      return convertFromFloat<IntegerFormat<3, false>>;
-    case 4:
-      return convertFromFloat<IntegerFormat<4, false>>;
-    default:
-      return convertNothing;
-    }
-  }
-  switch (format) {
-  case -4:
-    return convertFromFloat<Float32Format<true>>;
-  case 1:
-    return convertFromFloat<IntegerFormat<1, true, true>>;
-  case 2:
-    return convertFromFloat<IntegerFormat<2, true>>;
-  case 3:
-    return convertFromFloat<IntegerFormat<3, true>>;
-  case 4:
-    return convertFromFloat<IntegerFormat<4, true>>;
-  default:
-    return convertNothing;
-  }
+  return selectConverter<FromFloat>(format, littleEndian);
 }
