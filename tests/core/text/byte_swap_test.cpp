@@ -1,6 +1,8 @@
 #include <vtcore/core/text/byte_swap.h>
 #include <vtcore/core/text/data_dispatch.h>
 
+#include "code_path_fixture.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -106,15 +108,7 @@ TEST(SwapData, CopiesSwapsAndReportsTheItemThatDidNotFit) {
   EXPECT_EQ(SwapData(dst.data(), src.data(), table, -1), 4);
 }
 
-class SwapPaths : public ::testing::TestWithParam<vtcore::DataCodePath> {
-protected:
-  void SetUp() override {
-    if (!vtcore::setDataCodePath(GetParam()))
-      GTEST_SKIP() << "processor lacks " << vtcore::dataCodePathName(GetParam());
-  }
-  void TearDown() override { vtcore::setDataCodePath(previous_); }
-  vtcore::DataCodePath previous_ = vtcore::dataCodePath();
-};
+class SwapPaths : public DataCodePathTest {};
 
 TEST_P(SwapPaths, RunsOfSamplesMatchSingleSwapsAtEveryLengthAndOffset) {
   // PSwapInt<8 * width> when bits is 0, else ProcessSwapIntel: 32 and 24

@@ -1,6 +1,8 @@
 #include <vtcore/core/text/data_dispatch.h>
 #include <vtcore/core/text/sample_convert.h>
 
+#include "code_path_fixture.h"
+
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -72,15 +74,7 @@ std::vector<float> randomFloats(std::size_t count, unsigned seed, float range = 
   return values;
 }
 
-class ConverterPaths : public ::testing::TestWithParam<vtcore::DataCodePath> {
-protected:
-  void SetUp() override {
-    if (!vtcore::setDataCodePath(GetParam()))
-      GTEST_SKIP() << "processor lacks " << vtcore::dataCodePathName(GetParam());
-  }
-  void TearDown() override { vtcore::setDataCodePath(previous_); }
-  vtcore::DataCodePath previous_ = vtcore::dataCodePath();
-};
+class ConverterPaths : public DataCodePathTest {};
 
 // Both ways bit for bit against the definitions above: integers of every
 // width to floats by the exponent trick, floats to integers by mantissa shift

@@ -1,0 +1,17 @@
+// A parameterised fixture that runs a test on one code path of the data
+// functions (portable, SSSE3, AVX2, ...) and restores the one it found.
+#pragma once
+
+#include <vtcore/core/text/data_dispatch.h>
+
+#include <gtest/gtest.h>
+
+class DataCodePathTest : public ::testing::TestWithParam<vtcore::DataCodePath> {
+protected:
+  void SetUp() override {
+    if (!vtcore::setDataCodePath(GetParam()))
+      GTEST_SKIP() << "processor lacks " << vtcore::dataCodePathName(GetParam());
+  }
+  void TearDown() override { vtcore::setDataCodePath(previous_); }
+  vtcore::DataCodePath previous_ = vtcore::dataCodePath();
+};
