@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -51,6 +52,22 @@ TEST(ObjectLayer, AutoreleasedObjectsEndWithTheirInnermostPoolOrTheirThread) {
   EXPECT_EQ(destroyed, 2);
   std::thread([&destroyed] { (new Tracked(&destroyed))->autorelease(); }).join();
   EXPECT_EQ(destroyed, 3) << "without a pool, at the end of the thread";
+}
+
+TEST(ObjectLayer, RetainsAndReleasesFromManyThreadsBalance) {
+  int destroyed = 0;
+  auto object = vtcore::makeObject<Tracked>(&destroyed);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t)
+    threads.emplace_back([&object] {
+      for (int i = 0; i < 10000; ++i)
+        vtcore::Ref<Tracked> copy = object; // one retain and one release
+    });
+  for (auto& thread : threads)
+    thread.join();
+  EXPECT_EQ(object->retainCount(), 1u);
+  object = {};
+  EXPECT_EQ(destroyed, 1);
 }
 
 } // namespace
