@@ -4,6 +4,8 @@
 #include <vtcore/core/memory/malloc_zone.h>
 #include <vtcore/core/memory/memory_reserve.h>
 
+#include <tests/core/memory/reserve_hooks.h>
+
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -32,8 +34,8 @@ void ZoneNoHooks(benchmark::State& state) {
 }
 
 // Installs the reserve's hooks as the outermost Enter does. 64-bit builds
-// hold no reserve, so there the same hooks go in by hand: the hot path
-// measured (a flag test, the count, the saved entry point) is the same.
+// hold no reserve, so there the same hooks go in by hand, over glibc and in
+// the same order: the path measured is the one an entered reserve takes.
 struct ReserveHooks {
   ReserveHooks() {
     if (vtcore::memoryReserveAvailable()) {
@@ -42,20 +44,14 @@ struct ReserveHooks {
       KWMemoryReserveEnter(nullptr, nullptr);
       return;
     }
-    g_tKWMemReserveSystemZone = vtcore::mallocZoneFunctions(nullptr);
-    KWMallocZoneFunctions hooks{};
-    hooks.malloc = KWMemoryReserveMallocOverride;
-    hooks.calloc = KWMemoryReserveCallocOverride;
-    hooks.valloc = KWMemoryReserveVallocOverride;
-    hooks.free = KWMemoryReserveFreeOverride;
-    vtcore::setMallocZoneFunctions(nullptr, hooks);
+    vtcore::testing::installReserveHooks();
   }
   ~ReserveHooks() {
     if (vtcore::memoryReserveAvailable()) {
       KWMemoryReserveExit();
       return;
     }
-    vtcore::setMallocZoneFunctions(nullptr, g_tKWMemReserveSystemZone);
+    vtcore::testing::removeReserveHooks();
   }
 };
 

@@ -1,6 +1,9 @@
 // The allocator zone: a transparent pass-through with nothing installed, and
 // a table that really sees every allocation of the process once hooked.
 #include <vtcore/core/memory/malloc_zone.h>
+#include <vtcore/core/memory/memory_reserve.h>
+
+#include <tests/core/memory/reserve_hooks.h>
 
 #include <gtest/gtest.h>
 
@@ -63,6 +66,42 @@ TEST(MallocZone, InstallingAndRemovingHooksWhileAnotherThreadAllocates) {
   EXPECT_GE(calls.load(), vtcore::mallocZoneInterposed() ? 2000 : 0);
   const KWMallocZoneFunctions restored = vtcore::mallocZoneFunctions(nullptr);
   EXPECT_EQ(std::memcmp(&saved, &restored, sizeof saved), 0);
+}
+
+// The reserve's hooks installed over the C library, as an outermost Enter
+// installs them (64-bit builds hold no reserve, so they go in by hand). While
+// nothing is monitored the malloc family bypasses the hooks; a failed
+// allocation must still reach the release step, and the hooks must count
+// again from the moment it starts monitoring until the reserve is back.
+TEST(MallocZone, ReserveHooksOnTheCLibraryActOnFailuresAndCountWhileMonitoring) {
+  if (!vtcore::mallocZoneInterposed())
+    GTEST_SKIP() << "the sanitizer's allocator bypasses the zone";
+  vtcore::testing::installReserveHooks();
+  KWMemoryReserveSetOption(kKWMemReserveOptionBlockSize, 1);
+  g_iKWMemReserveCurDivide.store(1);
+  g_aptrKWMemReservePtr[0].store(std::malloc(1 << 20));
+
+  std::free(std::malloc(1000));
+  EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), 0) << "level 0 counts nothing";
+
+  volatile std::size_t impossible = SIZE_MAX - 4096;
+  EXPECT_EQ(std::malloc(impossible), nullptr) << "released, retried once, failed again";
+  EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 1);
+  EXPECT_EQ(g_aptrKWMemReservePtr[0].load(), nullptr);
+  void* counted = std::malloc(1000);
+  EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), 1000);
+
+  KWMemoryReserveTryReserveReallocation();
+  std::free(counted); // takes the reserve back
+  EXPECT_EQ(KWMemoryReserveGetLowMemoryLevel(), 0);
+  EXPECT_NE(g_aptrKWMemReservePtr[0].load(), nullptr);
+  const std::int32_t monitor = g_iKWMemReserveUsageMonitor.load();
+  std::free(std::malloc(1000));
+  EXPECT_EQ(g_iKWMemReserveUsageMonitor.load(), monitor) << "level 0 again counts nothing";
+
+  vtcore::testing::removeReserveHooks();
+  std::free(g_aptrKWMemReservePtr[0].exchange(nullptr));
+  KWMemoryReserveDidLowMemoryLevelChange(1);
 }
 
 } // namespace

@@ -28,9 +28,9 @@ target_link_libraries(vtcore INTERFACE
   "-Wl,--pop-state")
 
 # The allocator's hot paths: without exceptions a call from the noexcept
-# malloc family may end in a plain jump (no terminate landing pad), and
-# without the PLT the jump into glibc goes straight through the GOT; the
-# reserve's own globals are read directly, not through the GOT.
+# malloc family may end in a plain jump (no terminate landing pad), without
+# the PLT the jump into glibc goes straight through the GOT, and calls
+# between the library's own functions need not allow for interposition.
 set_source_files_properties(
   ${CMAKE_CURRENT_LIST_DIR}/malloc_zone.cpp ${CMAKE_CURRENT_LIST_DIR}/memory_reserve.cpp
   TARGET_DIRECTORY vtcore PROPERTIES COMPILE_OPTIONS "-fno-exceptions;-fno-plt;-fno-semantic-interposition")

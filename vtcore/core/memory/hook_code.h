@@ -26,6 +26,14 @@ void __libc_free(void* block) noexcept;
 /// Places a function in the section of allocator-hook code.
 #define VTCORE_HOOK_CODE __attribute__((section("vtcore_hooks")))
 
+/// Builds one function without a frame pointer (GCC; other compilers keep
+/// it). Only for hook code that never records a call chain itself.
+#if defined(__GNUC__) && !defined(__clang__)
+#define VTCORE_NO_FRAME_POINTER __attribute__((optimize("omit-frame-pointer")))
+#else
+#define VTCORE_NO_FRAME_POINTER
+#endif
+
 namespace vtcore::detail {
 
 /// Whether `address` lies in code marked VTCORE_HOOK_CODE.
@@ -33,9 +41,8 @@ bool isHookCode(std::uintptr_t address);
 
 } // namespace vtcore::detail
 
-// The memory reserve's hooks under hidden names, so that the malloc family
-// can recognise them and call them directly: an indirect jump through the
-// table costs as much as the rest of the hooked path.
+// The memory reserve's hooks under hidden names, so that the zone can
+// recognise them in its table.
 extern "C" {
 struct KWMallocZone;
 void* vtcoreReserveMallocHook(KWMallocZone* zone, std::size_t size) noexcept
@@ -46,7 +53,23 @@ void* vtcoreReserveVallocHook(KWMallocZone* zone, std::size_t size) noexcept
     __attribute__((visibility("hidden")));
 void vtcoreReserveFreeHook(KWMallocZone* zone, void* block) noexcept
     __attribute__((visibility("hidden")));
+
+/// Whether the reserve's malloc and free hooks, as installed now, would do no
+/// more than call the C library: monitoring is off and the entries they saved
+/// are the zone's own. The malloc family then calls glibc itself and hands
+/// only failed allocations to vtcoreReserveMallocFailed.
+bool vtcoreReservePassesThrough() noexcept __attribute__((visibility("hidden")));
+
+/// The malloc hook's handling of a failed allocation: the release step, then
+/// the one retry through the saved entry.
+void* vtcoreReserveMallocFailed(std::size_t size) noexcept __attribute__((visibility("hidden")));
 }
+
+namespace vtcore::detail {
+/// Recomputes how the malloc family dispatches, after a change of state that
+/// vtcoreReservePassesThrough reads. Never allocates.
+void refreshMallocDispatch() noexcept __attribute__((visibility("hidden")));
+} // namespace vtcore::detail
 
 // The default zone's own entries (calling the C library), under hidden names
 // so that hooks can recognise a saved entry that is just the C library and

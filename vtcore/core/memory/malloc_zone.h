@@ -2,8 +2,11 @@
 // calloc, valloc, realloc and free of the process passes.
 //
 // The core library defines malloc, calloc, valloc, realloc and free; each
-// calls through the default zone's table, which starts out pointing at the C
-// library's own allocator. The memory reserve and the leak guard save the
+// behaves as a call through the default zone's table, which starts out
+// pointing at the C library's own allocator. (Each actually jumps through a
+// pointer derived from the table when it is written, so that an untouched
+// table costs one jump; hooks only take effect through
+// setMallocZoneFunctions.) The memory reserve and the leak guard save the
 // table, write their hooks in its place and call the saved entries from the
 // hooks. The aligned entry points (posix_memalign, aligned_alloc, memalign)
 // stay the C library's; their blocks may be freed through the table.
@@ -18,12 +21,9 @@
 
 #include <stddef.h>
 
-#ifdef __cplusplus
-#include <atomic>
-#endif
-
-/// The default zone of the system allocator. Only its table of entry points
-/// is visible, through the functions below.
+/// The default zone of the system allocator. Opaque: its table of entry
+/// points is read and written only through the functions below, which keep
+/// the malloc family's dispatch in step with the table.
 typedef struct KWMallocZone KWMallocZone;
 
 /// A copy of the zone's entry points. Each takes the zone first, then the
@@ -39,15 +39,6 @@ typedef struct KWMallocZoneFunctions {
 } KWMallocZoneFunctions;
 
 #ifdef __cplusplus
-
-struct KWMallocZone {
-  std::atomic<size_t (*)(KWMallocZone*, const void*)> size;
-  std::atomic<void* (*)(KWMallocZone*, size_t)> malloc;
-  std::atomic<void* (*)(KWMallocZone*, size_t, size_t)> calloc;
-  std::atomic<void* (*)(KWMallocZone*, size_t)> valloc;
-  std::atomic<void (*)(KWMallocZone*, void*)> free;
-  std::atomic<void* (*)(KWMallocZone*, void*, size_t)> realloc;
-};
 
 namespace vtcore {
 

@@ -171,6 +171,15 @@ VTCORE_HOOK_CODE void notify() {
     callback(g_ptrKWMemReserveUserValue.load(relaxed));
 }
 
+// Monitoring decides whether the malloc family may bypass the hooks (see
+// vtcoreReservePassesThrough), so every change of it is passed on to the zone.
+VTCORE_HOOK_CODE void setUsageMonitoring(std::uint8_t on) {
+  g_bKWMemReserveUsageMonitoring.store(on, relaxed);
+#if defined(VTCORE_BUILDING_CORE)
+  vtcore::detail::refreshMallocDispatch();
+#endif
+}
+
 VTCORE_HOOK_CODE void countAllocation(size_t size) {
   if (g_bKWMemReserveUsageMonitoring.load(relaxed))
     g_iKWMemReserveUsageMonitor.store(
@@ -210,7 +219,7 @@ void* KWMemoryReserveEnter(KWMemoryReserveCallback callback, void* userValue) {
     return closingAllocation();
 
   if (g_bKWMemReserveProscenMode.load(relaxed)) {
-    g_bKWMemReserveUsageMonitoring.store(0, relaxed);
+    setUsageMonitoring(0);
     g_iKWMemReserveUsageMonitor.store(0, relaxed);
     splitAllocate(standardMalloc, standardFree);
     vtcore::detail::writeToStandardError("KWMemReserve: allocating in Proscen mode\n");
@@ -353,7 +362,7 @@ VTCORE_HOOK_CODE void KWMemoryReserveHandleLowMemorySituation(KWMallocZone*, siz
       std::free(g_aptrKWMemReservePtr[i].exchange(nullptr, relaxed));
     g_iKWMemReserveLowMemoryLevel.store(1, relaxed);
     g_iKWMemReserveMemoryLevelDidChange.store(1, relaxed);
-    g_bKWMemReserveUsageMonitoring.store(1, relaxed);
+    setUsageMonitoring(1);
     g_iKWMemReserveUsageMonitor.store(0, relaxed);
     g_iKWMemReserveLastReallocCheck.store(0, relaxed);
     notify();
@@ -423,11 +432,26 @@ VTCORE_HOOK_CODE void KWMemoryReserveFreeOverride(KWMallocZone* zone, void* ptr)
   // does not take the final block again: once given up it stays gone until
   // the next outermost Enter.
   if (g_aptrKWMemReservePtr[0].load(relaxed)) {
-    g_bKWMemReserveUsageMonitoring.store(0, relaxed);
+    setUsageMonitoring(0);
     g_iKWMemReserveLowMemoryLevel.store(0, relaxed);
     notify();
   }
 }
+
+#if defined(VTCORE_BUILDING_CORE)
+extern "C" {
+VTCORE_HOOK_CODE bool vtcoreReservePassesThrough() noexcept {
+  return !g_bKWMemReserveUsageMonitoring.load(relaxed) &&
+         g_tKWMemReserveSystemZone.malloc == vtcoreSystemMalloc &&
+         g_tKWMemReserveSystemZone.free == vtcoreSystemFree;
+}
+VTCORE_HOOK_CODE void* vtcoreReserveMallocFailed(size_t size) noexcept {
+  KWMallocZone* zone = vtcore::defaultMallocZone();
+  KWMemoryReserveHandleLowMemorySituation(zone, size);
+  return savedMalloc(zone, size);
+}
+}
+#endif
 
 extern "C" {
 void* vtcoreReserveMallocHook(KWMallocZone*, size_t) noexcept

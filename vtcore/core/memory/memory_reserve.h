@@ -128,6 +128,10 @@ extern VTCORE_EXPORT std::atomic<void*> g_ptrKWMemReserveFinalPtr;
 extern VTCORE_EXPORT std::atomic<std::int32_t> g_iKWMemReserveLowMemoryLevel;
 extern VTCORE_EXPORT std::atomic<std::int32_t> g_iKWMemReserveMemoryLevelDidChange;
 extern VTCORE_EXPORT std::atomic<std::int32_t> g_iKWMemReserveProbingFailed;
+/// Set from a release until the reserve is back. Written by the library
+/// only: while it is clear and the reserve's hooks sit directly on the C
+/// library, the malloc family calls glibc without entering the hooks, and it
+/// learns of each change through the library's own writes.
 extern VTCORE_EXPORT std::atomic<std::uint8_t> g_bKWMemReserveUsageMonitoring;
 /// Net bytes allocated since monitoring began (wraps at 32 bits).
 extern VTCORE_EXPORT std::atomic<std::int32_t> g_iKWMemReserveUsageMonitor;
@@ -139,6 +143,7 @@ extern VTCORE_EXPORT std::atomic<std::uint8_t> g_bKWMemReserveProscenMode;
 extern VTCORE_EXPORT std::atomic<KWMemoryReserveCallback> g_funcKWMemReserveCallback;
 extern VTCORE_EXPORT std::atomic<void*> g_ptrKWMemReserveUserValue;
 /// The zone's own entry points, saved by Enter for the hooks and the probe.
+/// Written by the library only, before it installs the hooks.
 extern VTCORE_EXPORT KWMallocZoneFunctions g_tKWMemReserveSystemZone;
 
 namespace vtcore {
