@@ -41,15 +41,11 @@ bool isHookCode(std::uintptr_t address);
 
 } // namespace vtcore::detail
 
-// The memory reserve's hooks under hidden names, so that the zone can
-// recognise them in its table.
+// The memory reserve's malloc and free hooks under hidden names, so that
+// the zone can recognise them in its table.
 extern "C" {
 struct KWMallocZone;
 void* vtcoreReserveMallocHook(KWMallocZone* zone, std::size_t size) noexcept
-    __attribute__((visibility("hidden")));
-void* vtcoreReserveCallocHook(KWMallocZone* zone, std::size_t count, std::size_t size) noexcept
-    __attribute__((visibility("hidden")));
-void* vtcoreReserveVallocHook(KWMallocZone* zone, std::size_t size) noexcept
     __attribute__((visibility("hidden")));
 void vtcoreReserveFreeHook(KWMallocZone* zone, void* block) noexcept
     __attribute__((visibility("hidden")));

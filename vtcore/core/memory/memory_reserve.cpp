@@ -456,10 +456,6 @@ VTCORE_HOOK_CODE void* vtcoreReserveMallocFailed(size_t size) noexcept {
 extern "C" {
 void* vtcoreReserveMallocHook(KWMallocZone*, size_t) noexcept
     __attribute__((alias("KWMemoryReserveMallocOverride")));
-void* vtcoreReserveCallocHook(KWMallocZone*, size_t, size_t) noexcept
-    __attribute__((alias("KWMemoryReserveCallocOverride")));
-void* vtcoreReserveVallocHook(KWMallocZone*, size_t) noexcept
-    __attribute__((alias("KWMemoryReserveVallocOverride")));
 void vtcoreReserveFreeHook(KWMallocZone*, void*) noexcept
     __attribute__((alias("KWMemoryReserveFreeOverride")));
 }
