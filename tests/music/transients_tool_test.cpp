@@ -10,7 +10,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <vector>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,19 +22,19 @@ std::filesystem::path scratchFile(const char* name) {
 }
 
 // Reads the file and removes it.
-std::vector<unsigned char> takeFile(const std::filesystem::path& path) {
+std::string takeFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
-  std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(in), {}};
+  std::string bytes{std::istreambuf_iterator<char>(in), {}};
   std::filesystem::remove(path);
   return bytes;
 }
 
 int runTool(const std::string& arguments) {
-  const std::string command = std::string(VTCORE_CLI_PATH) + " " + arguments + " >/dev/null";
+  const std::string command = std::string(VTCORE_CLI_PATH) + " " + arguments + " >/dev/null 2>&1";
   return WEXITSTATUS(std::system(command.c_str()));
 }
 
-CTransients recordsOf(const std::vector<unsigned char>& block) {
+CTransients recordsOf(const std::string& block) {
   CTransients records((block.size() - 1024) / sizeof(CTransient));
   std::memcpy(static_cast<void*>(records.data()), block.data() + 1024,
               records.size() * sizeof(CTransient));
@@ -58,25 +57,17 @@ TEST(TransientsTool, MadeBlockSurvivesSwappingTwice) {
   EXPECT_NE(std::int64_t{recordsOf(swapped)[0].pos}, std::int64_t{original[0].pos});
   SwapTransientCallback(swapped.data(), swapped.size(), false);
   EXPECT_EQ(swapped, made);
-  const CTransients readBack = recordsOf(swapped);
-  for (std::size_t i = 0; i < original.size(); ++i) {
-    EXPECT_EQ(std::int64_t{readBack[i].pos}, std::int64_t{original[i].pos});
-    EXPECT_EQ(readBack[i].Energy, original[i].Energy);
-    EXPECT_EQ(readBack[i].FreqHz, original[i].FreqHz);
-  }
+  EXPECT_EQ(recordsOf(swapped), original);
 }
 
 TEST(MusicTools, BadArgumentsShortFilesAndSpeakerPicture) {
-  EXPECT_EQ(runTool("transients --make -3 x 2>/dev/null"), 2);
-  EXPECT_EQ(runTool("channels 9 2>/dev/null"), 2);
+  EXPECT_EQ(runTool("transients --make -3 x"), 2);
   const auto path = scratchFile("short");
   std::ofstream(path) << "too short";
-  EXPECT_EQ(runTool("transients " + path.string() + " 2>/dev/null"), 1);
-  std::filesystem::remove(path);
+  EXPECT_EQ(runTool("transients " + path.string()), 1);
 
   ASSERT_EQ(runTool("channels 8 --svg " + path.string()), 0);
-  const auto bytes = takeFile(path);
-  const std::string svg(bytes.begin(), bytes.end());
+  const std::string svg = takeFile(path);
   for (const char* name : {"<svg ", "</svg>", ">LFE<", ">Lc<", ">Rc<"})
     EXPECT_NE(svg.find(name), std::string::npos) << name;
 }
