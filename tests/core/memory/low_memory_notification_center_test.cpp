@@ -12,12 +12,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VTCORE_TEST_SANITIZED)
-#define SANITIZED 1
-#else
-#define SANITIZED 0
-#endif
-
 namespace {
 
 using Center = LowMemoryNotificationCenter;
@@ -32,9 +26,7 @@ int kLowMemoryPosts = 0;
 // Records its call, then acts by its context's name: 'f' frees the cache at
 // level 1, 't' answers non-zero, 'r' calls back into the centre (which
 // refuses: its lock is not recursive).
-char names[] = "abfrt";
-char *const A = names, *const B = names + 1, *const F = names + 2, *const R = names + 3,
-            *const T = names + 4;
+char A[] = "a", B[] = "b", F[] = "f", R[] = "r", T[] = "t";
 unsigned long observer(void* context, unsigned char level, unsigned long size) {
   const char name = *static_cast<const char*>(context);
   calls += name + std::to_string(level) + " ";
@@ -54,16 +46,13 @@ unsigned long observer(void* context, unsigned char level, unsigned long size) {
 // Sets the two preferences and starts the centre; a reserve of 0 removes it.
 bool turnOn(long long reserve = 4096, long long threshold = 1 * MiB) {
   auto& defaults = vtcore::UserDefaults::standard();
-  if (reserve)
-    defaults.setObject(reserve, "LowMemoryReserve");
-  else
-    defaults.removeObjectForKey("LowMemoryReserve");
+  reserve ? defaults.setObject(reserve, "LowMemoryReserve")
+          : defaults.removeObjectForKey("LowMemoryReserve");
   defaults.setObject(threshold, "MinAvailMemoryThreshold");
   return Center::InitializeLMNotificationCenter();
 }
 
-// Ends a forked child (see EXPECT_EXIT) with its calls on standard error, so
-// that process-wide marks and address-space limits never touch the tests.
+// Ends a forked child, printing `text`: its marks and limits stay out of this process.
 [[noreturn]] void print(const std::string& text) {
   std::fputs(text.c_str(), stderr);
   std::_Exit(0);
@@ -76,17 +65,17 @@ protected:
     char directory[] = "/tmp/vtcore-lowmem-XXXXXX";
     const std::string made = mkdtemp(directory) ? directory : "/tmp";
     setenv("VTCORE_DEFAULTS_FILE", (made + "/defaults.json").c_str(), 1);
-    static const auto counting = vtcore::NotificationCenter::defaultCenter().addObserver(
-        Center::kLowMemoryNotification, [](const vtcore::Notification&) { ++kLowMemoryPosts; });
-    (void)counting;
+    [[maybe_unused]] static const auto counting =
+        vtcore::NotificationCenter::defaultCenter().addObserver(
+            Center::kLowMemoryNotification, [](const vtcore::Notification&) { ++kLowMemoryPosts; });
   }
   void SetUp() override {
     calls.clear();
     kLowMemoryPosts = 0;
   }
   void TearDown() override {
-    for (char& name : names)
-      Center::RemoveLMObserver(observer, &name);
+    for (char* name : {A, B, F, R, T})
+      Center::RemoveLMObserver(observer, name);
     Center::ShutdownLMNotificationCenter();
   }
 };
@@ -149,8 +138,9 @@ class LowMemoryCenterUnderALimit : public LowMemoryCenter {
 protected:
   void SetUp() override {
     LowMemoryCenter::SetUp();
-    if (SANITIZED)
-      GTEST_SKIP() << "the sanitizers' allocators do not fail under an address-space limit";
+#ifdef VTCORE_TEST_SANITIZED
+    GTEST_SKIP() << "the sanitizers' allocators do not fail under an address-space limit";
+#endif
     mallopt(M_MMAP_THRESHOLD, 256 * 1024);   // big blocks go back to the system when freed
     ASSERT_TRUE(turnOn(16 * MiB, 32 * MiB)); // reserve 16 MiB, probes of at least 32 MiB
   }
@@ -163,10 +153,9 @@ protected:
     unsigned long pages = 0;
     rlimit limit{};
     getrlimit(RLIMIT_AS, &limit);
-    if (!cache || !(statm >> pages))
-      _exit(3);
+    statm >> pages;
     limit.rlim_cur = pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) + 24 * MiB;
-    if (setrlimit(RLIMIT_AS, &limit) != 0)
+    if (!cache || !pages || setrlimit(RLIMIT_AS, &limit) != 0)
       _exit(3);
   }
   static std::string checkPoint() {
