@@ -68,8 +68,10 @@ TEST_F(Logging, BannerRecordsAndTheLineFeedRule) {
                                        {"ReadUID", uid},
                                        {"Level", "4"},
                                        {"Message", "loaded 3 files"}}));
-  // Without a banner there are no time attributes.
+  // Without a banner there are no time attributes; without a tag the
+  // identity falls back to the logger's own name.
   EXPECT_EQ(records[1].fields, (Fields{{"ReadUID", uid}, {"Level", "2"}, {"Message", "plain"}}));
+  EXPECT_EQ(records[1].identity, "KWLogCString");
   EXPECT_EQ(records[6].field("Message"), "Loader");
 }
 
