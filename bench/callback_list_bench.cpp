@@ -1,7 +1,7 @@
 // Walking the lock-free callback list against the obvious alternative, a
 // std::mutex-guarded std::vector of the same callbacks, with nothing pending.
 
-#include <vtcore/core/memory/add_remove_iterate_list.h>
+#include <vtcore/core/memory/callbacks/add_remove_iterate_list.h>
 
 #include <benchmark/benchmark.h>
 

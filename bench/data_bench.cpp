@@ -2,11 +2,11 @@
 // the swaps and sample converters vs memcpy of the same buffer, and
 // decompressedData vs zlib's uncompress into a buffer of the right size.
 
-#include <vtcore/core/text/byte_swap.h>
-#include <vtcore/core/text/crc.h>
-#include <vtcore/core/text/data_compression.h>
-#include <vtcore/core/text/data_dispatch.h>
-#include <vtcore/core/text/sample_convert.h>
+#include <vtcore/core/text/checksum/crc.h>
+#include <vtcore/core/text/checksum/data_compression.h>
+#include <vtcore/core/text/dispatch/data_dispatch.h>
+#include <vtcore/core/text/swap/byte_swap.h>
+#include <vtcore/core/text/swap/sample_convert.h>
 
 #include <benchmark/benchmark.h>
 

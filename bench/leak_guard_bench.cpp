@@ -1,7 +1,7 @@
 // The cost of an allocation tracked by the leak guard inside a scope, made at
 // call depths 5 and 20 below the scope's function, next to glibc's own
 // malloc(32) + free and an untracked allocation through the guard's hooks.
-#include <vtcore/core/memory/leak_guard.h>
+#include <vtcore/core/memory/allocation/leak_guard.h>
 
 #include <benchmark/benchmark.h>
 

@@ -1,8 +1,8 @@
 // malloc(32) + free through VTCore's zone table, with nothing installed and
 // with the memory reserve's hooks installed (level 0), against glibc's own
 // allocator called directly in the same run.
-#include <vtcore/core/memory/malloc_zone.h>
-#include <vtcore/core/memory/memory_reserve.h>
+#include <vtcore/core/memory/allocation/malloc_zone.h>
+#include <vtcore/core/memory/allocation/memory_reserve.h>
 
 #include <tests/core/memory/reserve_hooks.h>
 

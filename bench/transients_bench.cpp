@@ -1,6 +1,6 @@
 // The energy sort's NaN guard against the plain public predicate, and the
 // byte-order callback against a naive byte-by-byte reversal.
-#include <vtcore/music/transients.h>
+#include <vtcore/music/transients/transients.h>
 
 #include <benchmark/benchmark.h>
 

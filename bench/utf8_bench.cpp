@@ -3,7 +3,7 @@
 // ICU's checked UTF-8 to UTF-16 conversion (u_strFromUTF8) for validation and
 // strlen as the limit of a plain scan.
 
-#include <vtcore/core/text/utf8.h>
+#include <vtcore/core/text/utf8/utf8.h>
 
 #include <benchmark/benchmark.h>
 

@@ -1,6 +1,6 @@
 // decompressedData on random and mutated streams: null or bytes, never a
 // crash or a leak; and every compressedData stream comes back intact.
-#include <vtcore/core/text/data_compression.h>
+#include <vtcore/core/text/checksum/data_compression.h>
 
 #include <cstddef>
 #include <cstdint>

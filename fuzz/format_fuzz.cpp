@@ -1,6 +1,6 @@
 // Formats arbitrary format strings against a fixed set of arguments of every
 // kind, and with none: no conversion may read past the arguments given.
-#include <vtcore/core/diagnostics/format.h>
+#include <vtcore/core/diagnostics/log/format.h>
 
 #include <cstddef>
 #include <cstdint>

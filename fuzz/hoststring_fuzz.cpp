@@ -2,7 +2,7 @@
 // capacities: text that converts must round-trip, and no conversion may touch
 // bytes outside its destination.
 
-#include <vtcore/core/text/utf8.h>
+#include <vtcore/core/text/utf8/utf8.h>
 
 #include <cstddef>
 #include <cstdint>

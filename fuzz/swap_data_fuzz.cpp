@@ -1,7 +1,7 @@
 // Copy-and-swap tables: never more than `length` bytes written, the result is
 // 0 or the size of the item that did not fit, and a second pass restores the
 // source.
-#include <vtcore/core/text/byte_swap.h>
+#include <vtcore/core/text/swap/byte_swap.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // Record-table swapping with random tables and limits: nothing at or past the
 // limit may be touched, the saved limit comes back, and a table without
 // record lengths is its own inverse.
-#include <vtcore/core/text/byte_swap.h>
+#include <vtcore/core/text/swap/byte_swap.h>
 
 #include <algorithm>
 #include <cstddef>

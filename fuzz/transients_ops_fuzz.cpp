@@ -1,6 +1,6 @@
 // Thinning, unique and energy-sorting operations on random collections, NaN
 // energies included: no crash, no endless loop, and the promised order.
-#include <vtcore/music/transients.h>
+#include <vtcore/music/transients/transients.h>
 
 #include <algorithm>
 #include <cmath>

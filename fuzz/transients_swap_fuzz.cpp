@@ -1,6 +1,6 @@
 // SwapTransientCallback on random blocks and byte counts: it must stay inside
 // the block, touch only the header words and whole records, and undo itself.
-#include <vtcore/music/transients.h>
+#include <vtcore/music/transients/transients.h>
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // Arbitrary bytes as a defaults file: reading never crashes, a file that does
 // not parse as a dictionary is never overwritten, and a write to one that
 // does keeps every other key.
-#include <vtcore/core/diagnostics/log_sink.h>
-#include <vtcore/core/memory/user_defaults.h>
+#include <vtcore/core/platform/log_sink.h>
+#include <vtcore/core/platform/user_defaults.h>
 
 #include <cstdint>
 #include <cstdio>

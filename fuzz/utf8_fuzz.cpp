@@ -6,7 +6,7 @@
 
 #include "../tests/core/text/utf8_reference.h"
 
-#include <vtcore/core/text/utf8.h>
+#include <vtcore/core/text/utf8/utf8.h>
 
 #include <cstddef>
 #include <cstdint>

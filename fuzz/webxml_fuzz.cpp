@@ -1,7 +1,7 @@
 // The web and XML conversions on random UTF-16 text (unpaired surrogates
 // included), with the properties each result must have.
 
-#include <vtcore/core/text/string_extension.h>
+#include <vtcore/core/text/web/string_extension.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -5,13 +5,13 @@
 #pragma once
 
 // Common: start-up, timer, target/action, delegates, border view, images
-#include <vtcore/ui/common/alert_presenter.h>
-#include <vtcore/ui/common/border_view.h>
-#include <vtcore/ui/common/delegate.h>
-#include <vtcore/ui/common/images.h>
-#include <vtcore/ui/common/initialize.h>
-#include <vtcore/ui/common/target_action.h>
-#include <vtcore/ui/common/timer.h>
+#include <vtcore/ui/common/alerts/alert_presenter.h>
+#include <vtcore/ui/common/alerts/initialize.h>
+#include <vtcore/ui/common/border_view/border_view.h>
+#include <vtcore/ui/common/images/images.h>
+#include <vtcore/ui/common/target_action/delegate.h>
+#include <vtcore/ui/common/target_action/target_action.h>
+#include <vtcore/ui/common/timer/timer.h>
 
 // Controls
 

@@ -1,4 +1,4 @@
-#include <vtcore/music/channel_layouts.h>
+#include <vtcore/music/layouts/channel_layouts.h>
 
 #include <gtest/gtest.h>
 

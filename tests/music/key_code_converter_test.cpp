@@ -1,7 +1,7 @@
 // Key-command names against the real xkbcommon layouts "us", "de" and "fr".
 
-#include <vtcore/core/diagnostics/log_sink.h>
-#include <vtcore/music/key_code_converter.h>
+#include <vtcore/core/platform/log_sink.h>
+#include <vtcore/music/keys/key_code_converter.h>
 
 #include <gtest/gtest.h>
 

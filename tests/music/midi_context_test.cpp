@@ -1,5 +1,5 @@
-#include <vtcore/music/midi_formatter.h>
-#include <vtcore/music/musical_context.h>
+#include <vtcore/music/midi/midi_formatter.h>
+#include <vtcore/music/midi/musical_context.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include <vtcore/music/deviation.h>
-#include <vtcore/music/trace_text.h>
-#include <vtcore/music/transients.h>
+#include <vtcore/music/transients/detail/trace_text.h>
+#include <vtcore/music/transients/deviation.h>
+#include <vtcore/music/transients/transients.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Runs the vtcore tool as a user would: a stored block written by
 // `vtcore transients --make` survives byte swapping.
-#include <vtcore/music/transients.h>
+#include <vtcore/music/transients/transients.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <vtcore/system/dot_api.h>
+#include <vtcore/system/dispatch/dot_api.h>
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include <vtcore/core/diagnostics/alert.h>
-#include <vtcore/core/diagnostics/log.h>
-#include <vtcore/ui/common/alert_presenter.h>
-#include <vtcore/ui/common/initialize.h>
+#include <vtcore/core/diagnostics/log/log.h>
+#include <vtcore/core/platform/alert.h>
+#include <vtcore/ui/common/alerts/alert_presenter.h>
+#include <vtcore/ui/common/alerts/initialize.h>
 
 #include <QAbstractButton>
 #include <QApplication>

@@ -1,4 +1,4 @@
-#include <vtcore/ui/common/border_view.h>
+#include <vtcore/ui/common/border_view/border_view.h>
 
 #include <QGuiApplication>
 #include <QImage>

@@ -1,7 +1,7 @@
 // Loads library images from a program that links only vtcore-ui, calls
 // nothing of it but the image loader and makes no QApplication: the case
 // where an application uses the library for its images alone.
-#include <vtcore/ui/common/images.h>
+#include <vtcore/ui/common/images/images.h>
 
 #include <cstdio>
 

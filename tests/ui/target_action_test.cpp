@@ -1,5 +1,5 @@
-#include <vtcore/ui/common/delegate.h>
-#include <vtcore/ui/common/target_action.h>
+#include <vtcore/ui/common/target_action/delegate.h>
+#include <vtcore/ui/common/target_action/target_action.h>
 
 #include <gtest/gtest.h>
 

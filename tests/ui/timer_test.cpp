@@ -1,4 +1,4 @@
-#include <vtcore/ui/common/timer.h>
+#include <vtcore/ui/common/timer/timer.h>
 
 #include <QApplication>
 #include <QDialog>

@@ -1,7 +1,7 @@
-#include "log_capture.h"
+#include <tests/support/log_capture.h>
 
-#include <vtcore/core/diagnostics/alert.h>
-#include <vtcore/core/diagnostics/log.h>
+#include <vtcore/core/diagnostics/log/log.h>
+#include <vtcore/core/platform/alert.h>
 
 #include <gtest/gtest.h>
 

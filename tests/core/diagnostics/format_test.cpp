@@ -1,5 +1,5 @@
-#include <vtcore/core/diagnostics/exception.h>
-#include <vtcore/core/diagnostics/format.h>
+#include <vtcore/core/diagnostics/exception/exception.h>
+#include <vtcore/core/diagnostics/log/format.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "log_capture.h"
+#include <tests/support/log_capture.h>
 
-#include <vtcore/core/diagnostics/log.h>
+#include <vtcore/core/diagnostics/log/log.h>
 
 #include <gtest/gtest.h>
 

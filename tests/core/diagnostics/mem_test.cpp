@@ -1,4 +1,4 @@
-#include <vtcore/core/diagnostics/mem.h>
+#include <vtcore/core/diagnostics/mem/mem.h>
 
 #include <gtest/gtest.h>
 

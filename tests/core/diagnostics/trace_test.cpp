@@ -1,4 +1,4 @@
-#include <vtcore/core/diagnostics/VTTrace.h>
+#include <vtcore/core/diagnostics/trace/VTTrace.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <vtcore/core/memory/add_remove_iterate_list.h>
+#include <vtcore/core/memory/callbacks/add_remove_iterate_list.h>
 
 #include <gtest/gtest.h>
 

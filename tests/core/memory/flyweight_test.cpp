@@ -1,5 +1,5 @@
-#include <vtcore/core/diagnostics/exception.h>
-#include <vtcore/core/memory/flyweight.h>
+#include <vtcore/core/diagnostics/exception/exception.h>
+#include <vtcore/core/memory/objects/flyweight.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The leak guard on a real program: blocks leaked inside a scope through
 // every allocation path are reported with this file's functions and lines;
 // blocks freed, or allocated outside every scope, are not.
-#include <vtcore/core/memory/leak_guard.h>
-#include <vtcore/core/memory/user_defaults.h>
+#include <vtcore/core/memory/allocation/leak_guard.h>
+#include <vtcore/core/platform/user_defaults.h>
 
 #include <gtest/gtest.h>
 

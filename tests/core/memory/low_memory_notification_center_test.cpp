@@ -1,6 +1,6 @@
-#include <vtcore/core/memory/low_memory_notification_center.h>
-#include <vtcore/core/memory/notification_center.h>
-#include <vtcore/core/memory/user_defaults.h>
+#include <vtcore/core/memory/lowmemory/low_memory_notification_center.h>
+#include <vtcore/core/platform/notification_center.h>
+#include <vtcore/core/platform/user_defaults.h>
 
 #include <gtest/gtest.h>
 

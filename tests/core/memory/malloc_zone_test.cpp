@@ -1,7 +1,7 @@
 // The allocator zone: a transparent pass-through with nothing installed, and
 // a table that really sees every allocation of the process once hooked.
-#include <vtcore/core/memory/malloc_zone.h>
-#include <vtcore/core/memory/memory_reserve.h>
+#include <vtcore/core/memory/allocation/malloc_zone.h>
+#include <vtcore/core/memory/allocation/memory_reserve.h>
 
 #include <tests/core/memory/reserve_hooks.h>
 

@@ -1,9 +1,9 @@
 // The memory reserve, built with the reserve on in 64-bit builds. Each test
 // runs in a forked child: the reserve's state is process-wide and its
 // preferences are read once per process.
-#include <vtcore/core/memory/leak_guard.h>
-#include <vtcore/core/memory/memory_reserve.h>
-#include <vtcore/core/memory/user_defaults.h>
+#include <vtcore/core/memory/allocation/leak_guard.h>
+#include <vtcore/core/memory/allocation/memory_reserve.h>
+#include <vtcore/core/platform/user_defaults.h>
 
 #include <gtest/gtest.h>
 

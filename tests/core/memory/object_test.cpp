@@ -1,4 +1,4 @@
-#include <vtcore/core/memory/object.h>
+#include <vtcore/core/memory/objects/object.h>
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 // reserve, so this is how tests and benchmarks reach the hooked paths there.
 #pragma once
 
-#include <vtcore/core/memory/malloc_zone.h>
-#include <vtcore/core/memory/memory_reserve.h>
+#include <vtcore/core/memory/allocation/malloc_zone.h>
+#include <vtcore/core/memory/allocation/memory_reserve.h>
 
 namespace vtcore::testing {
 

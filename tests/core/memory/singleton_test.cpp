@@ -1,5 +1,5 @@
-#include <vtcore/core/diagnostics/exception.h>
-#include <vtcore/core/memory/singleton.h>
+#include <vtcore/core/diagnostics/exception/exception.h>
+#include <vtcore/core/memory/objects/singleton.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <vtcore/core/text/byte_swap.h>
+#include <vtcore/core/text/swap/byte_swap.h>
 
 #include "code_path_fixture.h"
 

@@ -2,7 +2,7 @@
 // functions (portable, SSSE3, AVX2, ...) and restores the one it found.
 #pragma once
 
-#include <vtcore/core/text/data_dispatch.h>
+#include <vtcore/core/text/dispatch/data_dispatch.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <vtcore/core/text/crc.h>
+#include <vtcore/core/text/checksum/crc.h>
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include <vtcore/core/diagnostics/exception.h>
-#include <vtcore/core/text/data_compression.h>
+#include <vtcore/core/diagnostics/exception/exception.h>
+#include <vtcore/core/text/checksum/data_compression.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <vtcore/core/text/sample_convert.h>
+#include <vtcore/core/text/swap/sample_convert.h>
 
 #include "code_path_fixture.h"
 

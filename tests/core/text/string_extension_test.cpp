@@ -1,4 +1,4 @@
-#include <vtcore/core/text/string_extension.h>
+#include <vtcore/core/text/web/string_extension.h>
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include "utf8_reference.h"
 
-#include <vtcore/core/text/utf8.h>
+#include <vtcore/core/text/utf8/utf8.h>
 
 #include <gtest/gtest.h>
 

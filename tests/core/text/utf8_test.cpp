@@ -1,5 +1,5 @@
-#include <vtcore/core/diagnostics/log_sink.h>
-#include <vtcore/core/text/utf8.h>
+#include <vtcore/core/platform/log_sink.h>
+#include <vtcore/core/text/utf8/utf8.h>
 
 #include <gtest/gtest.h>
 

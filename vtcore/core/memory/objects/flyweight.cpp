@@ -1,0 +1,132 @@
+#include <vtcore/core/diagnostics/exception/exception.h>
+#include <vtcore/core/memory/objects/flyweight.h>
+
+#include <vector>
+
+// Lock order: a flyweight's lock may be held while the pool's is taken, never
+// the other way round. The pool therefore releases the references it gives
+// up only after unlocking itself, since a release may lock the flyweight.
+
+KWFlyweight* KWFlyweight::initWithHash(unsigned hash) {
+  KWFlyweight* existing = nullptr;
+  {
+    // Held until the intrinsic state is built: a caller that finds this
+    // flyweight in the pool meanwhile waits for it below.
+    std::lock_guard lock(this->lock());
+    m_hash.store(hash, std::memory_order_relaxed);
+    existing = _KWPoolOfFlyweights::sharedInstance()->addOrReturnFlyweight(this);
+    if (!existing) {
+      setupIntrinsicStateData();
+      return this;
+    }
+  }
+  release();
+  { std::lock_guard wait(existing->lock()); }
+  return existing;
+}
+
+KWFlyweight* KWFlyweight::init() {
+  throw KWException("KWFlyweight", "-init: not the designated initializer");
+}
+
+void KWFlyweight::setupIntrinsicStateData() {}
+
+KWFlyweight::~KWFlyweight() = default;
+
+bool KWFlyweight::isEqual(const vtcore::Object* other) const {
+  return other && other->hash() == hash();
+}
+
+void KWFlyweight::release() {
+  {
+    std::lock_guard lock(this->lock());
+    // Two references left: the pool's and the caller's last one.
+    if (willAutoRemoveFromPool() && retainCount() == 2)
+      _KWPoolOfFlyweights::sharedInstance()->removeFlyweight(this);
+  }
+  // Outside the lock: this may destroy the flyweight and its lock with it.
+  vtcore::Object::release();
+}
+
+void KWFlyweight::setWillAutoRemoveFromPool(bool flag) {
+  std::unique_lock lock(this->lock());
+  if (flag && !willAutoRemoveFromPool() && retainCount() == 1) {
+    // Only the pool holds it: leaving the pool destroys it. A reference of
+    // our own keeps it alive until this call is done with it.
+    retain();
+    _KWPoolOfFlyweights::sharedInstance()->removeFlyweight(this);
+    m_autoRemoveFromPool.store(flag, std::memory_order_relaxed);
+    lock.unlock();
+    vtcore::Object::release();
+    return;
+  }
+  m_autoRemoveFromPool.store(flag, std::memory_order_relaxed);
+}
+
+void KWFlyweight::releasePoolOfFlyweights(const vtcore::Class& flyweightClass) {
+  _KWPoolOfFlyweights::sharedInstance()->releasePoolOfFlyweightsOfClassName(flyweightClass.name());
+}
+
+KWFlyweight* _KWPoolOfFlyweights::addOrReturnFlyweight(KWFlyweight* flyweight) {
+  if (!flyweight)
+    return nullptr;
+  std::lock_guard lock(this->lock());
+  Set& pool = m_thePool[flyweight->objectClass().name()];
+  if (auto found = pool.find(flyweight); found != pool.end()) {
+    // Retained under the pool's lock, so that a concurrent last release
+    // cannot destroy it between the look-up and the caller's use.
+    (*found)->retain();
+    return *found;
+  }
+  flyweight->retain();
+  pool.insert(flyweight);
+  return nullptr;
+}
+
+void _KWPoolOfFlyweights::removeFlyweight(KWFlyweight* flyweight) {
+  if (!flyweight)
+    return;
+  {
+    std::lock_guard lock(this->lock());
+    auto pool = m_thePool.find(flyweight->objectClass().name());
+    if (pool == m_thePool.end())
+      return;
+    auto found = pool->second.find(flyweight);
+    if (found == pool->second.end() || *found != flyweight)
+      return;
+    pool->second.erase(found);
+  }
+  flyweight->release();
+}
+
+void _KWPoolOfFlyweights::releasePoolOfFlyweightsOfClassName(const std::string& className) {
+  Set dropped;
+  {
+    std::lock_guard lock(this->lock());
+    auto pool = m_thePool.find(className);
+    if (pool == m_thePool.end())
+      return;
+    dropped = std::move(pool->second);
+    m_thePool.erase(pool);
+  }
+  for (KWFlyweight* flyweight : dropped)
+    flyweight->release();
+}
+
+std::size_t _KWPoolOfFlyweights::countOfFlyweightsOfClassName(const std::string& className) const {
+  std::lock_guard lock(this->lock());
+  auto pool = m_thePool.find(className);
+  return pool == m_thePool.end() ? 0 : pool->second.size();
+}
+
+_KWPoolOfFlyweights::~_KWPoolOfFlyweights() {
+  std::vector<KWFlyweight*> dropped;
+  {
+    std::lock_guard lock(this->lock());
+    for (auto& [name, pool] : m_thePool)
+      dropped.insert(dropped.end(), pool.begin(), pool.end());
+    m_thePool.clear();
+  }
+  for (KWFlyweight* flyweight : dropped)
+    flyweight->release();
+}

@@ -1,0 +1,155 @@
+#include <vtcore/core/diagnostics/log/log.h>
+#include <vtcore/core/memory/objects/object.h>
+
+#include <cstdio>
+#include <functional>
+#include <unordered_map>
+#include <vector>
+
+namespace vtcore {
+namespace {
+
+struct ClassRegistry {
+  std::mutex mutex;
+  std::unordered_map<std::string, Class*> classes;
+};
+
+// Class objects are function-local statics of their classes, destroyed at
+// exit in an order nobody controls: the registry is never destroyed, so a late
+// class destructor always finds it.
+ClassRegistry& registry() {
+  static auto* theRegistry = new ClassRegistry;
+  return *theRegistry;
+}
+
+// The deferred-release pools of one thread. Entry 0 is the thread's implicit
+// pool, which takes what is autoreleased outside every scope and is drained
+// when the thread ends.
+struct PoolStack {
+  std::vector<std::vector<Object*>> pools{1};
+
+  void drain(std::size_t depth) {
+    // Releasing may destroy objects whose destructors autorelease again, into
+    // this same pool: drain until it stays empty. Index access, because the
+    // outer vector may grow meanwhile.
+    while (!pools[depth].empty()) {
+      std::vector<Object*> batch;
+      batch.swap(pools[depth]);
+      for (Object* object : batch)
+        object->release();
+    }
+  }
+
+  ~PoolStack() {
+    for (std::size_t depth = pools.size(); depth-- > 0;)
+      drain(depth);
+  }
+};
+
+PoolStack& poolStack() {
+  thread_local PoolStack stack;
+  return stack;
+}
+
+} // namespace
+
+Class::Class(std::string name, const Class* superclass)
+    : name_(std::move(name)), superclass_(superclass) {
+  auto& classes = registry();
+  std::lock_guard lock(classes.mutex);
+  if (!classes.classes.emplace(name_, this).second)
+    KWLogCString(4, true, "vtcore", "class name %s is taken: the second class is not found by name",
+                 name_.c_str());
+}
+
+Class::~Class() {
+  auto& classes = registry();
+  std::lock_guard lock(classes.mutex);
+  auto found = classes.classes.find(name_);
+  if (found != classes.classes.end() && found->second == this)
+    classes.classes.erase(found);
+}
+
+bool Class::isSubclassOf(const Class& other) const noexcept {
+  for (const Class* cls = this; cls; cls = cls->superclass_)
+    if (cls == &other)
+      return true;
+  return false;
+}
+
+Class* Class::named(std::string_view name) {
+  auto& classes = registry();
+  std::lock_guard lock(classes.mutex);
+  auto found = classes.classes.find(std::string(name));
+  return found == classes.classes.end() ? nullptr : found->second;
+}
+
+Object::~Object() = default;
+
+const Class& Object::classObject() {
+  static Class theClass("Object", nullptr);
+  return theClass;
+}
+
+Object* Object::retain() {
+  retainCount_.fetch_add(1, std::memory_order_relaxed);
+  return this;
+}
+
+void Object::release() {
+  // The last release must see every write made by the other owners before
+  // they let go: release order on the decrement, acquire before destroying.
+  if (retainCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+    delete this;
+}
+
+unsigned long Object::retainCount() const {
+  return retainCount_.load(std::memory_order_relaxed);
+}
+
+Object* Object::autorelease() {
+  AutoreleasePool::add(this);
+  return this;
+}
+
+Object* Object::copy() {
+  return retain();
+}
+
+std::string Object::description() const {
+  char address[32];
+  std::snprintf(address, sizeof address, "%p", static_cast<const void*>(this));
+  return "<" + objectClass().name() + ": " + address + ">";
+}
+
+std::size_t Object::hash() const {
+  return std::hash<const void*>{}(this);
+}
+
+bool Object::isEqual(const Object* other) const {
+  return other == this;
+}
+
+AutoreleasePool::AutoreleasePool() {
+  auto& stack = poolStack();
+  stack.pools.emplace_back();
+  depth_ = stack.pools.size() - 1;
+}
+
+AutoreleasePool::~AutoreleasePool() {
+  auto& stack = poolStack();
+  stack.drain(depth_);
+  stack.pools.resize(depth_);
+}
+
+void AutoreleasePool::drain() {
+  poolStack().drain(depth_);
+}
+
+void AutoreleasePool::add(Object* object) {
+  if (!object)
+    return;
+  poolStack().pools.back().push_back(object);
+}
+
+} // namespace vtcore

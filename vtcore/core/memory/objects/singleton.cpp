@@ -1,0 +1,108 @@
+#include <vtcore/core/diagnostics/exception/exception.h>
+#include <vtcore/core/memory/objects/singleton.h>
+
+KWSingletonClass::KWSingletonClass(std::string name, const vtcore::Class* superclass,
+                                   Creator creator)
+    : vtcore::Class(std::move(name), superclass), creator_(creator) {}
+
+KWSingleton* KWSingletonClass::singleton() const {
+  throw KWException("ESSingleton", "+singleton not implemented");
+}
+
+void KWSingletonClass::setSingleton(KWSingleton*) {
+  throw KWException("ESSingleton", "+setSingleton: not implemented");
+}
+
+KWSingleton* KWSingletonClass::allocWithZone() {
+  std::lock_guard lock(this->lock());
+  if (singleton())
+    return nullptr;
+  KWSingleton* instance = creator_ ? creator_() : nullptr;
+  if (!instance)
+    return nullptr;
+  setSingleton(instance);
+  return singleton();
+}
+
+KWSingleton* KWSingletonClass::sharedInstance() {
+  // The common case takes no lock: flyweights ask for their pool while they
+  // hold their own lock, and the pool's class lock is held while the pool
+  // releases its flyweights.
+  if (KWSingleton* existing = singleton())
+    return existing;
+  KWSingleton* created = nullptr;
+  {
+    std::lock_guard lock(this->lock());
+    if (KWSingleton* existing = singleton())
+      return existing;
+    created = allocWithZone();
+  }
+  // The new instance is registered outside this class's lock:
+  // releaseAllSingletons() holds the collector's class lock while it takes
+  // the lock of every registered class, and taking the two the other way
+  // round here could deadlock.
+  if (created)
+    _KWSingletonCollector::sharedInstance()->_addSingleton(created);
+  std::lock_guard lock(this->lock());
+  return singleton();
+}
+
+void KWSingletonClass::releaseSharedInstance() {
+  // Unregistered by name before this class's lock is taken, and only from a
+  // collector that exists: the collector's class lock always comes before a
+  // class's own (releaseAllSingletons() holds it while it releases each
+  // class), never after.
+  if (this != &_KWSingletonCollector::classObject()) {
+    KWSingletonClass& collectorClass = _KWSingletonCollector::classObject();
+    std::lock_guard lock(collectorClass.lock());
+    if (auto* collector = static_cast<_KWSingletonCollector*>(collectorClass.singleton()))
+      collector->_removeSingletonClass(name());
+  }
+  std::lock_guard lock(this->lock());
+  if (KWSingleton* instance = singleton())
+    instance->destroy();
+  setSingleton(nullptr);
+}
+
+KWSingletonClass& KWSingleton::classObject() {
+  static KWSingletonClass theClass("KWSingleton", &vtcore::Object::classObject(), nullptr);
+  return theClass;
+}
+
+KWSingleton::~KWSingleton() = default;
+
+void KWSingleton::releaseAllSingletons() {
+  _KWSingletonCollector::releaseSharedInstance();
+}
+
+void _KWSingletonCollector::_addSingleton(KWSingleton* object) {
+  if (!object || object == this)
+    return;
+  std::lock_guard lock(this->lock());
+  m_allSingletons.insert(object->objectClass().name());
+}
+
+void _KWSingletonCollector::_removeSingleton(KWSingleton* object) {
+  if (!object || object == this)
+    return;
+  _removeSingletonClass(object->objectClass().name());
+}
+
+void _KWSingletonCollector::_removeSingletonClass(const std::string& className) {
+  std::lock_guard lock(this->lock());
+  m_allSingletons.erase(className);
+}
+
+std::set<std::string> _KWSingletonCollector::registeredClassNames() const {
+  std::lock_guard lock(this->lock());
+  return m_allSingletons;
+}
+
+_KWSingletonCollector::~_KWSingletonCollector() {
+  // Each release below removes its name from m_allSingletons through this
+  // very collector, so a copy is walked.
+  const std::set<std::string> names = registeredClassNames();
+  for (const std::string& name : names)
+    if (auto* cls = dynamic_cast<KWSingletonClass*>(vtcore::Class::named(name)))
+      cls->releaseSharedInstance();
+}

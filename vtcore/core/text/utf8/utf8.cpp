@@ -1,0 +1,561 @@
+#include <vtcore/core/diagnostics/log/log.h>
+#include <vtcore/core/text/utf8/utf8.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include <unicode/normalizer2.h>
+#include <unicode/uchar.h>
+#include <unicode/ucnv.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace {
+
+using Byte = unsigned char;
+
+const Byte* bytes(const char* s) {
+  return reinterpret_cast<const Byte*>(s);
+}
+
+bool isContinuation(Byte b) {
+  return (b & 0xC0) == 0x80;
+}
+
+// Character length by lead byte for forward stepping; 0 for a byte that is
+// not a lead byte (0x80-0xC1, 0xF5-0xFF).
+int leadLength(Byte b) {
+  if (b < 0x80)
+    return 1;
+  if (b < 0xC2)
+    return 0;
+  if (b < 0xE0)
+    return 2;
+  if (b < 0xF0)
+    return 3;
+  if (b < 0xF5)
+    return 4;
+  return 0;
+}
+
+bool isBackwardLead(Byte b) {
+  return !isContinuation(b) && b != 0xC0 && b != 0xC1 && b < 0xF5;
+}
+
+// Length of the character at `p` when it is whole: a lead byte and no
+// terminator among the bytes it claims. 0 when the walk must end here.
+std::size_t wholeCharacterLength(const Byte* p) {
+  int length = leadLength(*p);
+  for (int i = 1; i < length; ++i)
+    if (p[i] == 0)
+      return 0;
+  return static_cast<std::size_t>(length);
+}
+
+// Returns the first byte in [p, end) that is 0x80 or above, or `end`. Reads
+// only inside the range: the strings' length is always known first, so the
+// vector loads never touch bytes after the terminator.
+const Byte* skipAscii(const Byte* p, const Byte* end) {
+#if defined(__x86_64__)
+  while (end - p >= 64) {
+    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
+    __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
+    if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) != 0)
+      break;
+    p += 64;
+  }
+  while (end - p >= 16) {
+    int mask = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    if (mask != 0)
+      return p + __builtin_ctz(static_cast<unsigned>(mask));
+    p += 16;
+  }
+#else
+  while (end - p >= 8) {
+    std::uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    if ((word & 0x8080808080808080ULL) != 0)
+      break;
+    p += 8;
+  }
+#endif
+  while (p < end && *p < 0x80)
+    ++p;
+  return p;
+}
+
+#if defined(__x86_64__)
+// Whether [p, p + n) holds no byte of 0x80 or above, 128 bytes a step: the
+// whole-string ASCII test wants to run at the speed of strlen.
+__attribute__((target("avx2"))) bool allAsciiAvx2(const Byte* p, std::size_t n) {
+  const Byte* const end = p + n;
+  while (end - p >= 128) {
+    const auto* v = reinterpret_cast<const __m256i*>(p);
+    __m256i any =
+        _mm256_or_si256(_mm256_or_si256(_mm256_loadu_si256(v), _mm256_loadu_si256(v + 1)),
+                        _mm256_or_si256(_mm256_loadu_si256(v + 2), _mm256_loadu_si256(v + 3)));
+    if (_mm256_movemask_epi8(any) != 0)
+      return false;
+    p += 128;
+  }
+  return skipAscii(p, end) == end;
+}
+#endif
+
+bool allAscii(const Byte* p, std::size_t n) {
+#if defined(__x86_64__)
+  static const bool haveAvx2 = __builtin_cpu_supports("avx2");
+  if (haveAvx2)
+    return allAsciiAvx2(p, n);
+#endif
+  return skipAscii(p, p + n) == p + n;
+}
+
+// The validation rule over `length` bytes. ASCII runs are skipped in blocks:
+// an ASCII byte is only legal where the previous sequence ended, and then
+// leaves the state "no sequence open, next sequence starts after it", so a
+// run changes the state exactly as its bytes would one by one.
+int checkBytes(const Byte* s, std::size_t length) {
+  const Byte* const end = s + length;
+  const Byte* p = s;
+  const Byte* expectedEnd = s;
+  bool inSequence = false;
+  while (p < end) {
+    Byte b = *p;
+    if (b < 0x80) {
+      if (p != expectedEnd)
+        return 0;
+      p = skipAscii(p + 1, end);
+      expectedEnd = p;
+      inSequence = false;
+      continue;
+    }
+    if (isContinuation(b)) {
+      if (!inSequence)
+        return 0;
+    } else if ((b & 0xE0) == 0xC0) {
+      expectedEnd = p + 2, inSequence = true;
+    } else if ((b & 0xF0) == 0xE0) {
+      expectedEnd = p + 3, inSequence = true;
+    } else if ((b & 0xF8) == 0xF0) {
+      expectedEnd = p + 4, inSequence = true;
+    } else if ((b & 0xFC) == 0xF8) {
+      expectedEnd = p + 5, inSequence = true;
+    } else if ((b & 0xFD) == 0xFC) {
+      // The 0xFD mask is historical: it takes 0xFE as a six-byte lead and
+      // lets 0xFD and 0xFF through without touching the state.
+      expectedEnd = p + 6, inSequence = true;
+    }
+    ++p;
+  }
+  // Compared as offsets: a sequence may claim bytes past the end.
+  return expectedEnd == end ? 1 : 0;
+}
+
+// Host string from exactly `length` UTF-8 bytes, refusing anything that is
+// not well-formed.
+std::optional<icu::UnicodeString> strictFromUtf8(const char* s, std::size_t length) {
+  if (length > static_cast<std::size_t>(INT32_MAX) / 2)
+    return std::nullopt;
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t units = 0;
+  u_strFromUTF8(nullptr, 0, &units, s, static_cast<int32_t>(length), &status);
+  if (status != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(status))
+    return std::nullopt;
+  icu::UnicodeString result;
+  char16_t* buffer = result.getBuffer(units > 0 ? units : 1);
+  if (buffer == nullptr)
+    return std::nullopt;
+  status = U_ZERO_ERROR;
+  u_strFromUTF8(buffer, units, nullptr, s, static_cast<int32_t>(length), &status);
+  result.releaseBuffer(U_SUCCESS(status) ? units : 0);
+  if (U_FAILURE(status))
+    return std::nullopt;
+  return result;
+}
+
+struct ConverterCloser {
+  void operator()(UConverter* converter) const { ucnv_close(converter); }
+};
+using Converter = std::unique_ptr<UConverter, ConverterCloser>;
+
+// The legacy 8-bit file-name encoding: the classic Mac Roman set.
+Converter openLegacyConverter() {
+  UErrorCode status = U_ZERO_ERROR;
+  Converter converter(ucnv_open("macintosh", &status));
+  if (U_FAILURE(status))
+    return nullptr;
+  ucnv_setSubstChars(converter.get(), "_", 1, &status);
+  return U_SUCCESS(status) ? std::move(converter) : nullptr;
+}
+
+std::string debugDescription(const icu::UnicodeString& text) {
+  std::string out = "\"";
+  for (int32_t i = 0; i < text.length();) {
+    UChar32 c = text.char32At(i);
+    i += U16_LENGTH(c);
+    char escape[16];
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += static_cast<char>(c);
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (!u_isprint(c) || U_IS_SURROGATE(c)) {
+      std::snprintf(escape, sizeof escape, c > 0xFFFF ? "\\U%08X" : "\\u%04X",
+                    static_cast<unsigned>(c));
+      out += escape;
+    } else {
+      icu::UnicodeString(c).toUTF8String(out);
+    }
+  }
+  out += '"';
+  return out;
+}
+
+void logText(const char* s, const char* malformedMessage, bool describe) {
+  if (s == nullptr || *s == 0)
+    return;
+  std::optional<icu::UnicodeString> text = strictFromUtf8(s, std::strlen(s));
+  if (!text) {
+    KWLogCString(5, true, nullptr, "%s", malformedMessage);
+    return;
+  }
+  if (describe) {
+    std::string description = debugDescription(*text) + "\n";
+    std::fwrite(description.data(), 1, description.size(), stderr);
+    std::fflush(stderr);
+  }
+  std::string utf8;
+  text->toUTF8String(utf8);
+  KWLogCString(5, true, nullptr, "%s", utf8.c_str());
+}
+
+} // namespace
+
+VTCORE_EXTERN_C_BEGIN
+
+int utf8_check(const char* s) {
+  if (s == nullptr)
+    return 0;
+  return checkBytes(bytes(s), std::strlen(s));
+}
+
+int utf8_check_no_assertion(const char* s) {
+  return utf8_check(s);
+}
+
+int utf8_verify(const char*) {
+  return 0;
+}
+
+int utf8_unitTest(void) {
+  return 1;
+}
+
+int utf8_is_ascii(const char* s, size_t n) {
+  if (s == nullptr)
+    return 0;
+  // Find the end in cache-sized pieces and scan each piece while it is hot:
+  // the scan needs the length first so that it never reads past the
+  // terminator.
+  constexpr std::size_t piece = 16384;
+  std::size_t remaining = n;
+  const char* p = s;
+  for (;;) {
+    std::size_t want = (n == 0 || remaining > piece) ? piece : remaining;
+    std::size_t length = strnlen(p, want);
+    if (!allAscii(bytes(p), length))
+      return 0;
+    if (length < want)
+      return 1;
+    p += length;
+    if (n != 0) {
+      remaining -= length;
+      if (remaining == 0)
+        return 1;
+    }
+  }
+}
+
+const char* utf8_next(const char* p) {
+  if (p == nullptr || *p == 0)
+    return nullptr;
+  std::size_t length = wholeCharacterLength(bytes(p));
+  return length == 0 ? nullptr : p + length;
+}
+
+const char* utf8_previous(const char* p) {
+  if (p == nullptr)
+    return nullptr;
+  const Byte* q = bytes(p) - 1;
+  while (isContinuation(*q))
+    --q;
+  return isBackwardLead(*q) ? reinterpret_cast<const char*>(q) : nullptr;
+}
+
+size_t utf8_strlen(const char* s) {
+  if (s == nullptr)
+    return 0;
+  const Byte* p = bytes(s);
+  const Byte* const end = p + std::strlen(s);
+  std::size_t count = 0;
+  while (p < end) {
+    if (*p < 0x80) {
+      const Byte* runEnd = skipAscii(p + 1, end);
+      count += static_cast<std::size_t>(runEnd - p);
+      p = runEnd;
+      continue;
+    }
+    int length = leadLength(*p);
+    if (length == 0 || end - p < length)
+      break; // not a lead byte, or a character cut short by the terminator
+    p += length;
+    ++count;
+  }
+  return count;
+}
+
+const char* utf8_strchr(const char* s, int c) {
+  if (s == nullptr)
+    return nullptr;
+  const Byte* p = bytes(s);
+  for (;;) {
+    if (*p == 0)
+      return c == 0 ? reinterpret_cast<const char*>(p) : nullptr;
+    // Compared as a signed byte, as callers have always relied on.
+    if (static_cast<signed char>(*p) == c)
+      return reinterpret_cast<const char*>(p);
+    std::size_t length = wholeCharacterLength(p);
+    if (length == 0)
+      return nullptr;
+    p += length;
+  }
+}
+
+const char* utf8_strrchr(const char* s, int c) {
+  if (s == nullptr)
+    return nullptr;
+  const Byte* const start = bytes(s);
+  const Byte* q = start + std::strlen(s);
+  if (c == 0)
+    return reinterpret_cast<const char*>(q);
+  while (q > start) {
+    --q;
+    while (q > start && isContinuation(*q))
+      --q;
+    if (!isBackwardLead(*q))
+      return nullptr;
+    if (static_cast<signed char>(*q) == c)
+      return reinterpret_cast<const char*>(q);
+  }
+  return nullptr;
+}
+
+char* utf8_strncpy(char* dst, const char* src, size_t n) {
+  if (src != nullptr)
+    while (isContinuation(static_cast<Byte>(*src)))
+      ++src;
+  if (dst == nullptr || src == nullptr)
+    return dst;
+  const Byte* from = bytes(src);
+  std::size_t i = 0;
+  for (;;) {
+    if (from[i] == 0)
+      break; // the zero fill below writes the terminator when a byte is left
+    if (from[i] < 0x80 && i < n) {
+      dst[i] = static_cast<char>(from[i]);
+      ++i;
+      continue;
+    }
+    std::size_t length = wholeCharacterLength(from + i);
+    if (length == 0 || length > n - i)
+      break;
+    std::memcpy(dst + i, from + i, length);
+    i += length;
+  }
+  if (i < n)
+    std::memset(dst + i, 0, n - i);
+  return dst;
+}
+
+char* utf8_strlcpy(char* dst, const char* src, size_t size) {
+  if (dst == nullptr || size == 0)
+    return dst;
+  if (src == nullptr)
+    dst[0] = 0;
+  utf8_strncpy(dst, src, size - 1);
+  dst[size - 1] = 0;
+  return dst;
+}
+
+char* utf8_strlcat(char* dst, const char* src, size_t size) {
+  if (dst == nullptr || size == 0)
+    return dst;
+  // Bounded so that a destination without a terminator is not overrun.
+  std::size_t used = strnlen(dst, size);
+  if (used < size - 1)
+    utf8_strncpy(dst + used, src, size - 1 - used);
+  dst[size - 1] = 0;
+  return dst;
+}
+
+char* utf8_copy_chars(char* dst, const char* src, size_t count, size_t size) {
+  if (dst == nullptr || size == 0)
+    return dst;
+  dst[0] = 0;
+  if (src == nullptr || !utf8_check(src))
+    return dst;
+  const Byte* p = bytes(src);
+  for (std::size_t i = 0; i < count && *p != 0; ++i) {
+    std::size_t length = wholeCharacterLength(p);
+    if (length == 0)
+      break;
+    p += length;
+  }
+  std::size_t byteCount = std::min(static_cast<std::size_t>(p - bytes(src)), size - 1);
+  utf8_strncpy(dst, src, byteCount);
+  dst[byteCount] = 0;
+  return dst;
+}
+
+char* utf8_to_fileSystemRepresentation(char* dst, const char* src, size_t size) {
+  if (dst == nullptr || size == 0)
+    return dst;
+  dst[0] = 0;
+  if (src == nullptr || *src == 0)
+    return dst;
+  std::optional<icu::UnicodeString> text = strictFromUtf8(src, std::strlen(src));
+  if (!text)
+    return dst;
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Normalizer2* nfd = icu::Normalizer2::getNFDInstance(status);
+  if (U_FAILURE(status))
+    return dst;
+  icu::UnicodeString decomposed = nfd->normalize(*text, status);
+  if (U_FAILURE(status))
+    return dst;
+  std::string utf8;
+  decomposed.toUTF8String(utf8);
+  utf8_strlcpy(dst, utf8.c_str(), size);
+  return dst;
+}
+
+void utf8_log(const char* s) {
+  logText(s, "utf8_log: malformed string", false);
+}
+
+void utf8_trace(const char* s) {
+  logText(s, "utf8_trace: malformed string", true);
+}
+
+VTCORE_EXTERN_C_END
+
+std::optional<icu::UnicodeString> utf8_to_qxstring(const char* s) {
+  if (s == nullptr || *s == 0)
+    return std::nullopt;
+  return strictFromUtf8(s, std::strlen(s));
+}
+
+std::optional<icu::UnicodeString> utf8_to_zvstring(const char* s) {
+  return utf8_to_qxstring(s);
+}
+
+void utf8_from_qxstring(char* dst, const std::optional<icu::UnicodeString>& str, size_t size) {
+  if (dst == nullptr || size == 0)
+    return;
+  if (!str) {
+    dst[0] = 0;
+    return;
+  }
+  const char16_t* units = str->getBuffer();
+  const std::size_t limit = size - 1;
+  const int32_t unitCount = static_cast<int32_t>(
+      std::min(limit, static_cast<std::size_t>(std::max<int32_t>(str->length(), 0))));
+  std::size_t written = 0;
+  for (int32_t i = 0; i < unitCount && units != nullptr;) {
+    UChar32 c;
+    U16_NEXT(units, i, unitCount, c);
+    char encoded[4];
+    std::size_t length = 0;
+    if (U_IS_SURROGATE(c)) {
+      encoded[length++] = '?';
+    } else {
+      UBool error = false;
+      U8_APPEND(reinterpret_cast<uint8_t*>(encoded), length, 4, c, error);
+      (void)error;
+    }
+    if (length > limit - written)
+      break;
+    std::memcpy(dst + written, encoded, length);
+    written += length;
+  }
+  dst[written] = 0;
+}
+
+void utf8_from_zvstring(char* dst, const std::optional<icu::UnicodeString>& str, size_t size) {
+  utf8_from_qxstring(dst, str, size);
+}
+
+char* utf8_to_legacyFileSystemCString(char* dst, const char* src, size_t size,
+                                      std::optional<icu::UnicodeString>* outName) {
+  if (dst == nullptr || size == 0)
+    return dst;
+  dst[0] = 0;
+  if (outName != nullptr)
+    outName->reset();
+  if (src == nullptr || *src == 0)
+    return dst;
+  std::optional<icu::UnicodeString> text = strictFromUtf8(src, std::strlen(src));
+  Converter converter = openLegacyConverter();
+  if (!text || !converter)
+    return dst;
+  // One byte per character either way (mapped or "_"), so converting the
+  // whole text and keeping the first size - 1 bytes never splits anything.
+  UErrorCode status = U_ZERO_ERROR;
+  int32_t needed =
+      ucnv_fromUChars(converter.get(), nullptr, 0, text->getBuffer(), text->length(), &status);
+  if (status != U_BUFFER_OVERFLOW_ERROR && U_FAILURE(status))
+    return dst;
+  std::string converted(static_cast<std::size_t>(needed), '\0');
+  status = U_ZERO_ERROR;
+  ucnv_fromUChars(converter.get(), converted.data(), needed, text->getBuffer(), text->length(),
+                  &status);
+  if (U_FAILURE(status) && status != U_STRING_NOT_TERMINATED_WARNING)
+    return dst;
+  std::size_t length = std::min(converted.size(), size - 1);
+  std::memcpy(dst, converted.data(), length);
+  dst[length] = 0;
+  if (outName != nullptr) {
+    status = U_ZERO_ERROR;
+    icu::UnicodeString readBack(dst, static_cast<int32_t>(length), converter.get(), status);
+    if (U_SUCCESS(status) && readBack != *text)
+      *outName = readBack;
+  }
+  return dst;
+}
+
+char* utf8_to_legacyFileSystemPascalString(char* dst, const char* src, size_t size,
+                                           std::optional<icu::UnicodeString>* outName) {
+  if (dst == nullptr || size == 0)
+    return dst;
+  utf8_to_legacyFileSystemCString(dst, src, std::min<size_t>(size, 255), outName);
+  std::size_t length = std::strlen(dst);
+  std::memmove(dst + 1, dst, length);
+  dst[0] = static_cast<char>(length);
+  return dst;
+}
