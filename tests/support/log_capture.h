@@ -15,65 +15,65 @@ namespace vtcore::test {
 /// Points descriptor 2 at a fresh regular file until restore().
 class StandardErrorToFile {
 public:
-  StandardErrorToFile() : file_(std::tmpfile()), saved_(dup(STDERR_FILENO)) {
+  StandardErrorToFile() : m_file(std::tmpfile()), m_saved(dup(STDERR_FILENO)) {
     std::fflush(stderr);
-    dup2(fileno(file_), STDERR_FILENO);
+    dup2(fileno(m_file), STDERR_FILENO);
   }
   ~StandardErrorToFile() {
     restore();
-    std::fclose(file_);
+    std::fclose(m_file);
   }
   StandardErrorToFile(const StandardErrorToFile&) = delete;
   StandardErrorToFile& operator=(const StandardErrorToFile&) = delete;
 
   void restore() {
-    if (saved_ >= 0)
-      dup2(saved_, STDERR_FILENO), close(saved_), saved_ = -1;
+    if (m_saved >= 0)
+      dup2(m_saved, STDERR_FILENO), close(m_saved), m_saved = -1;
   }
   std::string contents() const {
     std::string text;
     char buffer[65536];
     for (ssize_t n;
-         (n = pread(fileno(file_), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0;)
+         (n = pread(fileno(m_file), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0;)
       text.append(buffer, static_cast<std::size_t>(n));
     return text;
   }
 
 private:
-  std::FILE* file_;
-  int saved_;
+  std::FILE* m_file;
+  int m_saved;
 };
 
 /// Installs a MemoryLogSink for its lifetime.
 class CapturedLog {
 public:
-  CapturedLog() : previous_(setLogSink(&sink_)) {}
-  ~CapturedLog() { setLogSink(previous_); }
+  CapturedLog() : m_previous(setLogSink(&m_sink)) {}
+  ~CapturedLog() { setLogSink(m_previous); }
   CapturedLog(const CapturedLog&) = delete;
   CapturedLog& operator=(const CapturedLog&) = delete;
-  MemoryLogSink& sink() { return sink_; }
+  MemoryLogSink& sink() { return m_sink; }
 
 private:
-  MemoryLogSink sink_;
-  LogSink* previous_;
+  MemoryLogSink m_sink;
+  LogSink* m_previous;
 };
 
 /// Sets (or, with a null value, unsets) an environment variable for its
 /// lifetime.
 class ScopedEnv {
 public:
-  ScopedEnv(const char* name, const char* value) : name_(name) {
+  ScopedEnv(const char* name, const char* value) : m_name(name) {
     if (const char* old = std::getenv(name))
-      old_ = old;
+      m_old = old;
     value ? setenv(name, value, 1) : unsetenv(name);
   }
-  ~ScopedEnv() { old_ ? setenv(name_.c_str(), old_->c_str(), 1) : unsetenv(name_.c_str()); }
+  ~ScopedEnv() { m_old ? setenv(m_name.c_str(), m_old->c_str(), 1) : unsetenv(m_name.c_str()); }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
 
 private:
-  std::string name_;
-  std::optional<std::string> old_;
+  std::string m_name;
+  std::optional<std::string> m_old;
 };
 
 } // namespace vtcore::test

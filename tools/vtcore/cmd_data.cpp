@@ -167,19 +167,19 @@ const SampleFormat* findFormat(const std::string& name) {
 class ProgressBar {
 public:
   ProgressBar(std::optional<std::uint64_t> total)
-      : total_(total.value_or(0)),
-        shown_(total && *total > (std::uint64_t{64} << 20) && isatty(STDERR_FILENO)) {}
+      : m_total(total.value_or(0)),
+        m_shown(total && *total > (std::uint64_t{64} << 20) && isatty(STDERR_FILENO)) {}
   ~ProgressBar() {
-    if (shown_)
+    if (m_shown)
       std::fputc('\n', stderr);
   }
   void update(std::uint64_t done) {
-    if (!shown_ || total_ == 0)
+    if (!m_shown || m_total == 0)
       return;
-    const int percent = static_cast<int>(std::min<std::uint64_t>(100, done * 100 / total_));
-    if (percent == last_)
+    const int percent = static_cast<int>(std::min<std::uint64_t>(100, done * 100 / m_total));
+    if (percent == m_last)
       return;
-    last_ = percent;
+    m_last = percent;
     char bar[41];
     const int filled = percent * 40 / 100;
     for (int i = 0; i < 40; ++i)
@@ -190,9 +190,9 @@ public:
   }
 
 private:
-  std::uint64_t total_;
-  bool shown_;
-  int last_ = -1;
+  std::uint64_t m_total;
+  bool m_shown;
+  int m_last = -1;
 };
 
 int runConvertSamples(Args args) {

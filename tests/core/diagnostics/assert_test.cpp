@@ -23,17 +23,17 @@ protected:
   // Answers from `answers`, then with the default, and records each request.
   void answer(std::vector<int> answers) {
     vtcore::setAlertPresenter([this, answers](const vtcore::AlertRequest& request) {
-      requests_.push_back(request);
-      const std::size_t i = requests_.size() - 1;
+      m_requests.push_back(request);
+      const std::size_t i = m_requests.size() - 1;
       return i < answers.size() ? answers[i] : vtcore::kAlertDefault;
     });
   }
-  std::string message(std::size_t i) const { return utf8(requests_.at(i).message); }
+  std::string message(std::size_t i) const { return utf8(m_requests.at(i).message); }
 
-  ScopedEnv banner_{"VTCORE_TRACE_WITHOUT_BANNER", "1"};
-  StandardErrorToFile err_;
-  CapturedLog log_;
-  std::vector<vtcore::AlertRequest> requests_;
+  ScopedEnv m_banner{"VTCORE_TRACE_WITHOUT_BANNER", "1"};
+  StandardErrorToFile m_err;
+  CapturedLog m_log;
+  std::vector<vtcore::AlertRequest> m_requests;
 };
 
 TEST_F(Assertions, NoPresenterMeansResumeAndATrueConditionShowsNothing) {
@@ -45,20 +45,20 @@ TEST_F(Assertions, NoPresenterMeansResumeAndATrueConditionShowsNothing) {
   EXPECT_EQ(dbgASSERT(1, "x", "here", nullptr), 0);
   EXPECT_EQ(dbgAssertionFailed(), 0) << "a passing assertion clears the flag";
   EXPECT_TRUE(bbAssert(true, "x", "1", "file", kAssertTypeDefault, nullptr));
-  EXPECT_EQ(requests_.size(), 1u);
+  EXPECT_EQ(m_requests.size(), 1u);
 }
 
 TEST_F(Assertions, AlertAndLogTextsAreExactAndDebuggerAnswersOne) {
   answer({vtcore::kAlertAlternate});
   int counter = -1;
   EXPECT_EQ(dbgASSERT(0, "n > 0", "Player", &counter), 1);
-  const auto& r = requests_.at(0);
+  const auto& r = m_requests.at(0);
   EXPECT_EQ(utf8(r.header) + "|" + utf8(r.message) + "|" + utf8(r.defaultButton) + "|" +
                 utf8(r.alternateButton) + "|" + utf8(r.otherButton),
             "Assertion failed|ASSERT(n > 0) in Player failed.\n|Resume|Debugger|Don't show again");
   EXPECT_EQ(r.timeoutSeconds, 60);
   EXPECT_EQ(counter, -1);
-  const auto records = log_.sink().records();
+  const auto records = m_log.sink().records();
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].identity + "|" + records[0].field("Level") + "|" +
                 records[0].field("Message"),
@@ -79,8 +79,8 @@ TEST_F(Assertions, CounterCountsDownAndCanBeSilenced) {
   EXPECT_EQ(dbgASSERT(0, "a", "f", &counter), 0); // silenced: not shown, not logged
   counter = -2;                                   // and so is any value below -1
   EXPECT_EQ(dbgASSERT(0, "a", "f", &counter), 0);
-  EXPECT_EQ(requests_.size(), 3u);
-  EXPECT_EQ(log_.sink().records().size(), 3u);
+  EXPECT_EQ(m_requests.size(), 3u);
+  EXPECT_EQ(m_log.sink().records().size(), 3u);
   EXPECT_EQ(dbgAssertionFailed(), 1); // still recorded as failed
 }
 
@@ -88,12 +88,12 @@ TEST_F(Assertions, MessagesNestAreCutTo4095BytesAndNeverReadArguments) {
   answer({vtcore::kAlertAlternate}); // the debugger's answer makes bbAssert false
   EXPECT_FALSE(bbAssert(false, "n > 0", "212", "Player", kAssertTypeDebug, nullptr));
   EXPECT_EQ(message(0), "ASSERT(AAssert (n > 0) in Player, line 212 failed.) in Player failed.\n");
-  EXPECT_EQ(utf8(requests_[0].otherButton), "Stop") << "without a counter";
+  EXPECT_EQ(utf8(m_requests[0].otherButton), "Stop") << "without a counter";
   dbgASSERT(0, std::string(5000, 'e').c_str(), "loc", nullptr);
-  EXPECT_EQ(requests_.at(1).message.length(), 4095);
+  EXPECT_EQ(m_requests.at(1).message.length(), 4095);
   // The log formats the text once more; the alert shows it as it is.
   dbgASSERT(0, "ratio %% > %s %d", "loc", nullptr);
-  EXPECT_EQ(log_.sink().records().at(2).field("Message"),
+  EXPECT_EQ(m_log.sink().records().at(2).field("Message"),
             "ASSERT(ratio % > %s %d) in loc failed.\n");
   EXPECT_EQ(message(2), "ASSERT(ratio %% > %s %d) in loc failed.\n");
 }

@@ -23,15 +23,15 @@ std::string utf8(const icu::UnicodeString& text) {
 class ExceptionReport : public testing::Test {
 protected:
   void SetUp() override {
-    vtcore::setLogSink(&sink_);
+    vtcore::setLogSink(&m_sink);
     vtcore::setApplicationName(u"Tester");
     vtcore::setApplicationVersion(u"1.2");
-    vtcore::setTerminateHook([this] { ++terminations_; });
+    vtcore::setTerminateHook([this] { ++m_terminations; });
     vtcore::setAlertPresenter([this](const vtcore::AlertRequest& request) {
-      requests_.push_back(request);
-      if (nest_)
+      m_requests.push_back(request);
+      if (m_nest)
         KWDisplayExceptionReport(std::runtime_error("nested"));
-      return answer_;
+      return m_answer;
     });
   }
   void TearDown() override {
@@ -45,21 +45,21 @@ protected:
   // The messages the report logged.
   std::vector<std::string> messages() const {
     std::vector<std::string> result;
-    for (const auto& record : sink_.records())
+    for (const auto& record : m_sink.records())
       if (record.identity == "KWDisplayExceptionReport")
         result.push_back(record.field("Message"));
     return result;
   }
 
-  vtcore::MemoryLogSink sink_;
-  std::vector<vtcore::AlertRequest> requests_;
-  int answer_ = vtcore::kAlertAlternate, terminations_ = 0;
-  bool nest_ = false;
+  vtcore::MemoryLogSink m_sink;
+  std::vector<vtcore::AlertRequest> m_requests;
+  int m_answer = vtcore::kAlertAlternate, m_terminations = 0;
+  bool m_nest = false;
 };
 
 TEST_F(ExceptionReport, ResumeClearsTheFlagForTheNextReportAndAReportDuringOneIsDropped) {
   KWDisplayExceptionReport(std::runtime_error("disk full 100%")); // texts are never formats
-  const auto& alert = requests_.at(0);
+  const auto& alert = m_requests.at(0);
   EXPECT_EQ(alert.level, vtcore::AlertLevel::Critical);
   EXPECT_EQ(utf8(alert.header) + "|" + utf8(alert.message) + "|" + utf8(alert.defaultButton) + "|" +
                 utf8(alert.alternateButton) + "|" + utf8(alert.otherButton),
@@ -75,13 +75,13 @@ TEST_F(ExceptionReport, ResumeClearsTheFlagForTheNextReportAndAReportDuringOneIs
   const std::string none = "No stack trace available.";
   EXPECT_EQ(messages(), (std::vector<std::string>{report("disk full 100%"), none,
                                                   report("+singleton not implemented"), none}));
-  EXPECT_EQ(terminations_, 0);
-  nest_ = true; // a report during a report is dropped
-  answer_ = vtcore::kAlertDefault;
+  EXPECT_EQ(m_terminations, 0);
+  m_nest = true; // a report during a report is dropped
+  m_answer = vtcore::kAlertDefault;
   KWDisplayExceptionReport(std::runtime_error("x"));
-  EXPECT_EQ(requests_.size(), 3u);
+  EXPECT_EQ(m_requests.size(), 3u);
   EXPECT_EQ(messages().size(), 6u);
-  EXPECT_EQ(terminations_, 1) << "Stop asks the application to terminate";
+  EXPECT_EQ(m_terminations, 1) << "Stop asks the application to terminate";
 }
 
 TEST_F(ExceptionReport, StartsTheSymbolToolWithTheSplitStackAddressesOrLogsItsAbsence) {
@@ -105,7 +105,7 @@ TEST_F(ExceptionReport, StartsTheSymbolToolWithTheSplitStackAddressesOrLogsItsAb
   KWDisplayExceptionReport(KWException("KWInternalInconsistencyException", "broken"));
   ASSERT_EQ(messages().size(), 3u);
   EXPECT_NE(messages()[2].find("/nonexistent/eu-addr2line was not found"), std::string::npos);
-  EXPECT_EQ(requests_.size(), 2u) << "the report went on";
+  EXPECT_EQ(m_requests.size(), 2u) << "the report went on";
 }
 
 // In a forked child: a report answered with `answer`, then exit code 7.

@@ -19,10 +19,10 @@ namespace {
 // Every test starts with no forced copy, no systemd stream and banners on.
 class Logging : public ::testing::Test {
 protected:
-  ScopedEnv force_{"QXLOG_FORCE_STDERR", nullptr};
-  ScopedEnv journal_{"JOURNAL_STREAM", nullptr};
-  ScopedEnv banner_{"VTCORE_TRACE_WITHOUT_BANNER", nullptr};
-  CapturedLog log_;
+  ScopedEnv m_force{"QXLOG_FORCE_STDERR", nullptr};
+  ScopedEnv m_journal{"JOURNAL_STREAM", nullptr};
+  ScopedEnv m_banner{"VTCORE_TRACE_WITHOUT_BANNER", nullptr};
+  CapturedLog m_log;
 };
 
 using Fields = decltype(vtcore::LogRecord::fields);
@@ -59,7 +59,7 @@ TEST_F(Logging, BannerRecordsAndTheLineFeedRule) {
                                         banner + "Loader\nGrüße, %d% then %d\nNullFormat\n")))
       << text;
 
-  auto records = log_.sink().records();
+  auto records = m_log.sink().records();
   ASSERT_EQ(records.size(), 9u);
   const std::string uid = std::to_string(geteuid());
   EXPECT_EQ(records[0].identity, "Loader");
@@ -117,7 +117,7 @@ TEST_F(Logging, RegularFileGetsAWholeCopyEvenAsTheJournalStream) {
   KWLogCString(5, false, nullptr, "%s", big.c_str());
   err.restore();
   EXPECT_EQ(err.contents(), big + "\n");
-  EXPECT_EQ(log_.sink().records().at(0).field("Message").size(), big.size());
+  EXPECT_EQ(m_log.sink().records().at(0).field("Message").size(), big.size());
 }
 
 TEST_F(Logging, PipeIsWrittenUnlessItIsTheJournalStream) {
@@ -149,7 +149,7 @@ TEST_F(Logging, PipeIsWrittenUnlessItIsTheJournalStream) {
     EXPECT_EQ(n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : "",
               c.written ? "line\n" : "");
   }
-  EXPECT_EQ(log_.sink().records().size(), 4u); // the journal record is always made
+  EXPECT_EQ(m_log.sink().records().size(), 4u); // the journal record is always made
 }
 
 TEST_F(Logging, ClosedStandardErrorOnlyLosesTheCopy) {
@@ -159,7 +159,7 @@ TEST_F(Logging, ClosedStandardErrorOnlyLosesTheCopy) {
   KWLogCString(3, true, "closed", "still logged");
   dup2(saved, STDERR_FILENO);
   close(saved);
-  EXPECT_EQ(log_.sink().records().at(0).field("Message"), "still logged");
+  EXPECT_EQ(m_log.sink().records().at(0).field("Message"), "still logged");
 }
 
 } // namespace

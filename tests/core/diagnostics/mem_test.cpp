@@ -25,11 +25,11 @@ protected:
     Mem_TermModule();
     Mem_InitModule();
     Mem_SetException(MemFailReturnNull, nullptr);
-    base_ = Mem_LiveBlockCount();
+    m_base = Mem_LiveBlockCount();
   }
   void TearDown() override { Mem_SetException(MemFailReturnNull, nullptr); }
-  int live() const { return Mem_LiveBlockCount() - base_; }
-  int base_ = 0;
+  int live() const { return Mem_LiveBlockCount() - m_base; }
+  int m_base = 0;
 };
 
 TEST_F(Mem, CountsBlocksObtainedAndFreedButNotZeroSizes) {

@@ -14,19 +14,19 @@ class Trace : public ::testing::Test {
 protected:
   void SetUp() override {
     gTraceIndent.clear();
-    saved_ = std::cout.rdbuf(out_.rdbuf());
+    m_saved = std::cout.rdbuf(m_out.rdbuf());
   }
   void TearDown() override {
-    std::cout.rdbuf(saved_);
+    std::cout.rdbuf(m_saved);
     gTraceIndent.clear();
   }
   std::string taken() {
-    std::string text = out_.str();
-    out_.str("");
+    std::string text = m_out.str();
+    m_out.str("");
     return text;
   }
-  std::ostringstream out_;
-  std::streambuf* saved_ = nullptr;
+  std::ostringstream m_out;
+  std::streambuf* m_saved = nullptr;
 };
 
 TEST_F(Trace, IndentationNestsAndUnwinds) {

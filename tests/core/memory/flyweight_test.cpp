@@ -14,10 +14,10 @@ class Glyph : public KWFlyweight {
   VTCORE_OBJECT(Glyph, KWFlyweight)
 
 public:
-  explicit Glyph(char32_t c = 0) : c_(c) {}
+  explicit Glyph(char32_t c = 0) : m_c(c) {}
   ~Glyph() override { ++destroyed; }
   void setupIntrinsicStateData() override { ++setups; }
-  char32_t c_;
+  char32_t m_c;
 };
 
 class Chord : public KWFlyweight {
@@ -41,7 +41,7 @@ TEST_F(FlyweightTest, EqualHashesOfOneClassShareOneInstanceSetUpOnce) {
   auto a = makeFlyweight<Glyph>(97, U'a');
   auto again = makeFlyweight<Glyph>(97, U'x');
   auto b = makeFlyweight<Glyph>(98, U'b');
-  EXPECT_EQ(again->c_, U'a') << "the pooled instance, not the new one";
+  EXPECT_EQ(again->m_c, U'a') << "the pooled instance, not the new one";
   EXPECT_EQ(setups, 2);
   EXPECT_EQ(destroyed, 1) << "the redundant instance was released";
   EXPECT_EQ(pooledGlyphs(), 2u);

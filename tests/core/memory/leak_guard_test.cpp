@@ -25,16 +25,16 @@ void* const earlyBlock = std::malloc(300); // allocated before the guard's hooks
 // The "LeakGuard" preferences are loaded at the first scope opening, so the
 // file is in place before any test runs.
 struct DefaultsFile : ::testing::Environment {
-  const std::string path_ = "/tmp/vtcore-leak-guard-" + std::to_string(getpid()) + ".json";
+  const std::string m_path = "/tmp/vtcore-leak-guard-" + std::to_string(getpid()) + ".json";
   void SetUp() override {
-    std::ofstream(path_) << R"({"LeakGuard": {"Tests": {"AsText": "1", "Off": 0, "On": 2}}})";
-    setenv("VTCORE_DEFAULTS_FILE", path_.c_str(), 1);
+    std::ofstream(m_path) << R"({"LeakGuard": {"Tests": {"AsText": "1", "Off": 0, "On": 2}}})";
+    setenv("VTCORE_DEFAULTS_FILE", m_path.c_str(), 1);
     vtcore::UserDefaults::setApplicationIdentifier("leak-guard-test");
     vtcore::setLeakGuardEnabled(true);
     vtcore::setLeakGuardReportLimit(0);
     delete KWOpenLeakGuardScope(); // the first opening installs the hooks
   }
-  void TearDown() override { std::remove(path_.c_str()); }
+  void TearDown() override { std::remove(m_path.c_str()); }
 };
 [[maybe_unused]] auto* const defaultsFile = ::testing::AddGlobalTestEnvironment(new DefaultsFile);
 

@@ -12,11 +12,11 @@ class Tracked : public vtcore::Object {
   VTCORE_OBJECT(Tracked, vtcore::Object)
 
 public:
-  explicit Tracked(int* destroyed) : destroyed_(destroyed) {}
-  ~Tracked() override { ++*destroyed_; }
+  explicit Tracked(int* destroyed) : m_destroyed(destroyed) {}
+  ~Tracked() override { ++*m_destroyed; }
 
 private:
-  int* destroyed_;
+  int* m_destroyed;
 };
 
 TEST(ObjectLayer, RefsShareOneObjectWhoseClassIsFoundByName) {

@@ -36,21 +36,21 @@ protected:
   void SetUp() override {
     char pattern[] = "/tmp/vtcore-defaults-XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
-    folder_ = pattern;
-    file_ = folder_ / "app" / "defaults.json";
-    fs::create_directories(file_.parent_path());
+    m_folder = pattern;
+    m_file = m_folder / "app" / "defaults.json";
+    fs::create_directories(m_file.parent_path());
   }
-  void TearDown() override { fs::remove_all(folder_); }
+  void TearDown() override { fs::remove_all(m_folder); }
   std::string readFile() const {
     std::stringstream text;
-    text << std::ifstream(file_, std::ios::binary).rdbuf();
+    text << std::ifstream(m_file, std::ios::binary).rdbuf();
     return text.str();
   }
-  fs::path folder_, file_;
+  fs::path m_folder, m_file;
 };
 
 TEST_F(UserDefaultsTest, SynchronizeSeesEveryReplacementEvenOfTheSameSizeAtOnce) {
-  vtcore::UserDefaults reader(file_), writer(file_);
+  vtcore::UserDefaults reader(m_file), writer(m_file);
   EXPECT_FALSE(reader.hasKey("V"));          // read (and cached) while the file is missing
   for (int value = 1; value <= 9; ++value) { // same size, within one clock tick
     ASSERT_TRUE(writer.setObject(value, "V"));
@@ -61,10 +61,10 @@ TEST_F(UserDefaultsTest, SynchronizeSeesEveryReplacementEvenOfTheSameSizeAtOnce)
 
 TEST_F(UserDefaultsTest, ADamagedFileIsNeverOverwritten) {
   const std::string damaged = R"({"Keep": 1, "Half": )";
-  std::ofstream(file_) << damaged;
+  std::ofstream(m_file) << damaged;
   vtcore::MemoryLogSink sink;
   vtcore::LogSink* previous = vtcore::setLogSink(&sink);
-  vtcore::UserDefaults defaults(file_);
+  vtcore::UserDefaults defaults(m_file);
   EXPECT_FALSE(defaults.synchronize());
   EXPECT_FALSE(defaults.setObject(2, "New"));
   EXPECT_EQ(sink.records().size(), 1u) << "one logged error per refused write";
@@ -76,13 +76,13 @@ TEST_F(UserDefaultsTest, ADamagedFileIsNeverOverwritten) {
 TEST_F(UserDefaultsTest, ConcurrentWritersInTwoProcessesLoseNothingAndNeverTearTheFile) {
   constexpr int kWrites = 60;
   auto key = [](int w, int i) { return "writer" + std::to_string(w) + "-" + std::to_string(i); };
-  std::ofstream(file_) << "{}";
+  std::ofstream(m_file) << "{}";
   pid_t writers[2];
   for (int w = 0; w < 2; ++w) {
     writers[w] = fork();
     ASSERT_GE(writers[w], 0);
     if (writers[w] == 0) {
-      vtcore::UserDefaults defaults(file_);
+      vtcore::UserDefaults defaults(m_file);
       bool ok = true;
       for (int i = 0; i < kWrites; ++i)
         ok = defaults.setObject(json::array({w, i, std::string(200, 'x')}), key(w, i)) && ok;
@@ -107,10 +107,10 @@ TEST_F(UserDefaultsTest, ConcurrentWritersInTwoProcessesLoseNothingAndNeverTearT
 }
 
 TEST_F(UserDefaultsTest, StandardStoreFollowsTheEnvironmentAndTheApplicationId) {
-  setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
+  setenv("XDG_CONFIG_HOME", m_folder.c_str(), 1);
   unsetenv("VTCORE_DEFAULTS_FILE");
   vtcore::UserDefaults::setApplicationIdentifier("app");
-  EXPECT_EQ(vtcore::UserDefaults::standard().path(), file_);
+  EXPECT_EQ(vtcore::UserDefaults::standard().path(), m_file);
   vtcore::UserDefaults::setApplicationIdentifier("");
   EXPECT_EQ(vtcore::UserDefaults::applicationIdentifier(),
             std::string(program_invocation_short_name));

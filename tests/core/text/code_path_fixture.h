@@ -12,6 +12,6 @@ protected:
     if (!vtcore::setDataCodePath(GetParam()))
       GTEST_SKIP() << "processor lacks " << vtcore::dataCodePathName(GetParam());
   }
-  void TearDown() override { vtcore::setDataCodePath(previous_); }
-  vtcore::DataCodePath previous_ = vtcore::dataCodePath();
+  void TearDown() override { vtcore::setDataCodePath(m_previous); }
+  vtcore::DataCodePath m_previous = vtcore::dataCodePath();
 };

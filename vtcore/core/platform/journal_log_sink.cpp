@@ -91,18 +91,18 @@ LogSink& systemLogSink() {
 }
 
 void MemoryLogSink::send(const LogRecord& record) {
-  std::lock_guard lock(mutex_);
-  records_.push_back(record);
+  std::lock_guard lock(m_mutex);
+  m_records.push_back(record);
 }
 
 std::vector<LogRecord> MemoryLogSink::records() const {
-  std::lock_guard lock(mutex_);
-  return records_;
+  std::lock_guard lock(m_mutex);
+  return m_records;
 }
 
 void MemoryLogSink::clear() {
-  std::lock_guard lock(mutex_);
-  records_.clear();
+  std::lock_guard lock(m_mutex);
+  m_records.clear();
 }
 
 } // namespace vtcore

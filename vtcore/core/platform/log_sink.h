@@ -52,8 +52,8 @@ public:
   void clear();
 
 private:
-  mutable std::mutex mutex_;
-  std::vector<LogRecord> records_;
+  mutable std::mutex m_mutex;
+  std::vector<LogRecord> m_records;
 };
 
 } // namespace vtcore

@@ -15,19 +15,19 @@ NotificationCenter::Token NotificationCenter::addObserver(const icu::UnicodeStri
                                                           Observer observer) {
   if (!observer)
     return 0;
-  std::lock_guard lock(mutex_);
-  const Token token = ++lastToken_;
-  registrations_.push_back({token, name, std::make_shared<Observer>(std::move(observer))});
+  std::lock_guard lock(m_mutex);
+  const Token token = ++m_lastToken;
+  m_registrations.push_back({token, name, std::make_shared<Observer>(std::move(observer))});
   return token;
 }
 
 bool NotificationCenter::removeObserver(Token token) {
-  std::lock_guard lock(mutex_);
-  auto found = std::find_if(registrations_.begin(), registrations_.end(),
+  std::lock_guard lock(m_mutex);
+  auto found = std::find_if(m_registrations.begin(), m_registrations.end(),
                             [token](const Registration& r) { return r.token == token; });
-  if (found == registrations_.end())
+  if (found == m_registrations.end())
     return false;
-  registrations_.erase(found);
+  m_registrations.erase(found);
   return true;
 }
 
@@ -37,8 +37,8 @@ void NotificationCenter::postNotification(const icu::UnicodeString& name, const 
   // an observer that is still running.
   std::vector<std::shared_ptr<Observer>> observers;
   {
-    std::lock_guard lock(mutex_);
-    for (const Registration& registration : registrations_)
+    std::lock_guard lock(m_mutex);
+    for (const Registration& registration : m_registrations)
       if (registration.name.isEmpty() || registration.name == name)
         observers.push_back(registration.observer);
   }

@@ -53,9 +53,9 @@ private:
     icu::UnicodeString name;
     std::shared_ptr<Observer> observer;
   };
-  std::mutex mutex_;
-  std::vector<Registration> registrations_;
-  Token lastToken_ = 0;
+  std::mutex m_mutex;
+  std::vector<Registration> m_registrations;
+  Token m_lastToken = 0;
 };
 
 } // namespace vtcore

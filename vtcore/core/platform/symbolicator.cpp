@@ -17,8 +17,8 @@ struct DwflDeleter {
 class Symbolicator {
 public:
   SymbolInfo lookup(std::uintptr_t returnAddress) {
-    std::lock_guard lock(mutex_);
-    if (auto cached = cache_.find(returnAddress); cached != cache_.end())
+    std::lock_guard lock(m_mutex);
+    if (auto cached = m_cache.find(returnAddress); cached != m_cache.end())
       return cached->second;
     // The call instruction lies before the return address; looking up the
     // address itself could name the next function or line.
@@ -39,15 +39,15 @@ public:
         }
       }
     }
-    cache_.emplace(returnAddress, info);
+    m_cache.emplace(returnAddress, info);
     return info;
   }
 
 private:
   Dwfl_Module* moduleFor(Dwarf_Addr address) {
-    if (!dwfl_ && !refresh())
+    if (!m_dwfl && !refresh())
       return nullptr;
-    return dwfl_addrmodule(dwfl_.get(), address);
+    return dwfl_addrmodule(m_dwfl.get(), address);
   }
 
   bool refresh() {
@@ -61,7 +61,7 @@ private:
     dwfl_report_end(dwfl.get(), nullptr, nullptr);
     if (!reported)
       return false;
-    dwfl_ = std::move(dwfl);
+    m_dwfl = std::move(dwfl);
     return true;
   }
 
@@ -72,9 +72,9 @@ private:
     return status == 0 && demangled ? std::string(demangled.get()) : std::string(name);
   }
 
-  std::mutex mutex_;
-  std::unique_ptr<Dwfl, DwflDeleter> dwfl_;
-  std::unordered_map<std::uintptr_t, SymbolInfo> cache_;
+  std::mutex m_mutex;
+  std::unique_ptr<Dwfl, DwflDeleter> m_dwfl;
+  std::unordered_map<std::uintptr_t, SymbolInfo> m_cache;
 };
 
 } // namespace

@@ -142,20 +142,20 @@ public:
     std::filesystem::create_directories(path.parent_path(), error);
     const std::string lockPath =
         (path.parent_path() / ("." + path.filename().string() + ".lock")).string();
-    fd_ = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd_ >= 0)
-      while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
+    m_fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (m_fd >= 0)
+      while (::flock(m_fd, LOCK_EX) != 0 && errno == EINTR) {
       }
   }
   ~FileLock() {
-    if (fd_ >= 0)
-      ::close(fd_);
+    if (m_fd >= 0)
+      ::close(m_fd);
   }
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
 private:
-  int fd_ = -1;
+  int m_fd = -1;
 };
 
 } // namespace
@@ -196,11 +196,11 @@ void UserDefaults::setApplicationIdentifier(std::string identifier) {
     identifierStorage() = std::move(identifier);
   }
   UserDefaults& defaults = standard();
-  std::lock_guard lock(defaults.mutex_);
+  std::lock_guard lock(defaults.m_mutex);
   auto path = standardPath();
-  if (path != defaults.path_) {
-    defaults.path_ = std::move(path);
-    defaults.loaded_ = false;
+  if (path != defaults.m_path) {
+    defaults.m_path = std::move(path);
+    defaults.m_loaded = false;
   }
 }
 
@@ -210,45 +210,45 @@ std::string UserDefaults::applicationIdentifier() {
                                      : identifierStorage();
 }
 
-UserDefaults::UserDefaults(std::filesystem::path file) : path_(std::move(file)) {}
+UserDefaults::UserDefaults(std::filesystem::path file) : m_path(std::move(file)) {}
 
 std::filesystem::path UserDefaults::path() const {
-  std::lock_guard lock(mutex_);
-  return path_;
+  std::lock_guard lock(m_mutex);
+  return m_path;
 }
 
 bool UserDefaults::loadIfChanged() {
-  const auto version = currentVersion(path_);
+  const auto version = currentVersion(m_path);
   if (!version) {
-    values_ = nlohmann::json::object();
-    loaded_ = true;
-    damaged_ = false;
-    loadedVersion_.reset();
+    m_values = nlohmann::json::object();
+    m_loaded = true;
+    m_damaged = false;
+    m_loadedVersion.reset();
     return true;
   }
-  if (loaded_ && loadedVersion_ == version)
-    return !damaged_;
+  if (m_loaded && m_loadedVersion == version)
+    return !m_damaged;
   nlohmann::json document;
   FileVersion read;
-  auto result = readDocument(path_, document, &read);
-  loaded_ = true;
-  damaged_ = result == ReadResult::Damaged;
+  auto result = readDocument(m_path, document, &read);
+  m_loaded = true;
+  m_damaged = result == ReadResult::Damaged;
   // Remember the version actually read, which a writer may have replaced
   // since the stat above; the next synchronize then sees the newer one.
-  loadedVersion_ = result == ReadResult::Missing ? std::nullopt : std::optional(read);
+  m_loadedVersion = result == ReadResult::Missing ? std::nullopt : std::optional(read);
   if (result == ReadResult::Parsed)
-    values_ = std::move(document);
+    m_values = std::move(document);
   else if (result == ReadResult::Missing)
-    values_ = nlohmann::json::object();
-  return !damaged_;
+    m_values = nlohmann::json::object();
+  return !m_damaged;
 }
 
 std::optional<nlohmann::json> UserDefaults::objectForKey(const std::string& key) {
-  std::lock_guard lock(mutex_);
-  if (!loaded_)
+  std::lock_guard lock(m_mutex);
+  if (!m_loaded)
     loadIfChanged();
-  auto it = values_.find(key);
-  if (it == values_.end())
+  auto it = m_values.find(key);
+  if (it == m_values.end())
     return std::nullopt;
   return *it;
 }
@@ -270,50 +270,50 @@ bool UserDefaults::hasKey(const std::string& key) {
 }
 
 bool UserDefaults::setObject(const nlohmann::json& value, const std::string& key) {
-  std::lock_guard lock(mutex_);
-  FileLock fileLock(path_);
+  std::lock_guard lock(m_mutex);
+  FileLock fileLock(m_path);
   nlohmann::json document = nlohmann::json::object();
-  if (readDocument(path_, document) == ReadResult::Damaged) {
+  if (readDocument(m_path, document) == ReadResult::Damaged) {
     KWLogCString(3, true, "UserDefaults", "cannot read or parse %s: not overwriting it",
-                 path_.c_str());
+                 m_path.c_str());
     return false;
   }
   document[key] = value;
-  if (!writeDocumentAtomically(path_, document)) {
-    KWLogCString(3, true, "UserDefaults", "cannot write %s: %s", path_.c_str(),
+  if (!writeDocumentAtomically(m_path, document)) {
+    KWLogCString(3, true, "UserDefaults", "cannot write %s: %s", m_path.c_str(),
                  std::strerror(errno));
     return false;
   }
-  values_ = std::move(document);
-  loaded_ = false; // the next read picks up the file as written
+  m_values = std::move(document);
+  m_loaded = false; // the next read picks up the file as written
   return true;
 }
 
 bool UserDefaults::removeObjectForKey(const std::string& key) {
-  std::lock_guard lock(mutex_);
-  FileLock fileLock(path_);
+  std::lock_guard lock(m_mutex);
+  FileLock fileLock(m_path);
   nlohmann::json document = nlohmann::json::object();
-  auto result = readDocument(path_, document);
+  auto result = readDocument(m_path, document);
   if (result == ReadResult::Damaged) {
     KWLogCString(3, true, "UserDefaults", "cannot read or parse %s: not overwriting it",
-                 path_.c_str());
+                 m_path.c_str());
     return false;
   }
   if (result == ReadResult::Missing || !document.contains(key))
     return true;
   document.erase(key);
-  if (!writeDocumentAtomically(path_, document)) {
-    KWLogCString(3, true, "UserDefaults", "cannot write %s: %s", path_.c_str(),
+  if (!writeDocumentAtomically(m_path, document)) {
+    KWLogCString(3, true, "UserDefaults", "cannot write %s: %s", m_path.c_str(),
                  std::strerror(errno));
     return false;
   }
-  values_ = std::move(document);
-  loaded_ = false;
+  m_values = std::move(document);
+  m_loaded = false;
   return true;
 }
 
 bool UserDefaults::synchronize() {
-  std::lock_guard lock(mutex_);
+  std::lock_guard lock(m_mutex);
   return loadIfChanged();
 }
 

@@ -77,12 +77,12 @@ public:
 private:
   bool loadIfChanged();
 
-  mutable std::mutex mutex_;
-  std::filesystem::path path_;
-  nlohmann::json values_ = nlohmann::json::object();
-  std::optional<detail::DefaultsFileVersion> loadedVersion_; // none when nothing was read
-  bool loaded_ = false;
-  bool damaged_ = false;
+  mutable std::mutex m_mutex;
+  std::filesystem::path m_path;
+  nlohmann::json m_values = nlohmann::json::object();
+  std::optional<detail::DefaultsFileVersion> m_loadedVersion; // none when nothing was read
+  bool m_loaded = false;
+  bool m_damaged = false;
 };
 
 /// Interprets a defaults value as an integer as integerForKey does.

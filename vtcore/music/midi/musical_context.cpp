@@ -24,14 +24,14 @@ void builtInDefault(long position, long, CMusicalContext& context) {
 
 } // namespace
 
-CMusicalContext::CMusicalContext(long position_, long reference_,
+CMusicalContext::CMusicalContext(long m_position, long m_reference,
                                  CMusicalContextCalculator calculator)
-    : position(position_), reference(reference_), tempo(120000), metreNumerator(4),
+    : position(m_position), reference(m_reference), tempo(120000), metreNumerator(4),
       metreDenominator(4), result1(0), result2(0), result3(0), result4(0), result5(0), flag1(0),
       flag2(0), flag3(0) {
   if (calculator == nullptr)
     calculator = s_funcDefaultCalculator.load(std::memory_order_relaxed);
   if (calculator == nullptr)
     calculator = builtInDefault;
-  calculator(position_, reference_, *this);
+  calculator(m_position, m_reference, *this);
 }

@@ -35,16 +35,16 @@ vtcore::AssertionHandler& installedHandler() {
 } // namespace
 
 KWException::KWException(std::string name, std::string reason, UserInfo userInfo)
-    : name_(std::move(name)), reason_(std::move(reason)), userInfo_(std::move(userInfo)) {
-  if (!userInfo_.contains(KWExceptionStackTraceKey)) {
+    : m_name(std::move(name)), m_reason(std::move(reason)), m_userInfo(std::move(userInfo)) {
+  if (!m_userInfo.contains(KWExceptionStackTraceKey)) {
     auto chain = currentCallChain();
     if (!chain.empty())
-      userInfo_.emplace(KWExceptionStackTraceKey, std::move(chain));
+      m_userInfo.emplace(KWExceptionStackTraceKey, std::move(chain));
   }
 }
 
 std::string KWException::description() const {
-  return reason_;
+  return m_reason;
 }
 
 namespace vtcore {

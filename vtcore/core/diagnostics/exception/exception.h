@@ -23,18 +23,18 @@ public:
 
   KWException(std::string name, std::string reason, UserInfo userInfo = {});
 
-  const std::string& name() const noexcept { return name_; }
-  const std::string& reason() const noexcept { return reason_; }
-  const UserInfo& userInfo() const noexcept { return userInfo_; }
+  const std::string& name() const noexcept { return m_name; }
+  const std::string& reason() const noexcept { return m_reason; }
+  const UserInfo& userInfo() const noexcept { return m_userInfo; }
   /// The reason, as the exception's text.
-  const char* what() const noexcept override { return reason_.c_str(); }
+  const char* what() const noexcept override { return m_reason.c_str(); }
   /// The reason: what the exception prints as with "%@".
   std::string description() const;
 
 private:
-  std::string name_;
-  std::string reason_;
-  UserInfo userInfo_;
+  std::string m_name;
+  std::string m_reason;
+  UserInfo m_userInfo;
 };
 
 namespace vtcore {

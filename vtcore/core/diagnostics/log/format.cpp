@@ -7,70 +7,70 @@
 namespace vtcore::detail {
 
 long long FormatArgument::asSigned() const {
-  switch (kind_) {
+  switch (m_kind) {
   case Kind::Signed:
-    return signed_;
+    return m_signed;
   case Kind::Unsigned:
-    return static_cast<long long>(unsigned_);
+    return static_cast<long long>(m_unsigned);
   case Kind::Double:
-    return static_cast<long long>(double_);
+    return static_cast<long long>(m_double);
   case Kind::Pointer:
-    return static_cast<long long>(reinterpret_cast<std::uintptr_t>(pointer_));
+    return static_cast<long long>(reinterpret_cast<std::uintptr_t>(m_pointer));
   default:
     return 0;
   }
 }
 
 unsigned long long FormatArgument::asUnsigned() const {
-  switch (kind_) {
+  switch (m_kind) {
   case Kind::Signed:
-    return static_cast<unsigned long long>(signed_);
+    return static_cast<unsigned long long>(m_signed);
   case Kind::Unsigned:
-    return unsigned_;
+    return m_unsigned;
   case Kind::Double:
-    return static_cast<unsigned long long>(static_cast<long long>(double_));
+    return static_cast<unsigned long long>(static_cast<long long>(m_double));
   case Kind::Pointer:
-    return reinterpret_cast<std::uintptr_t>(pointer_);
+    return reinterpret_cast<std::uintptr_t>(m_pointer);
   default:
     return 0;
   }
 }
 
 double FormatArgument::asDouble() const {
-  switch (kind_) {
+  switch (m_kind) {
   case Kind::Signed:
-    return static_cast<double>(signed_);
+    return static_cast<double>(m_signed);
   case Kind::Unsigned:
-    return static_cast<double>(unsigned_);
+    return static_cast<double>(m_unsigned);
   case Kind::Double:
-    return double_;
+    return m_double;
   default:
     return 0;
   }
 }
 
 const void* FormatArgument::asPointer() const {
-  if (kind_ == Kind::Pointer)
-    return const_cast<const void*>(pointer_);
+  if (m_kind == Kind::Pointer)
+    return const_cast<const void*>(m_pointer);
   return reinterpret_cast<const void*>(static_cast<std::uintptr_t>(asUnsigned()));
 }
 
 std::string FormatArgument::description() const {
   char buffer[64];
-  switch (kind_) {
+  switch (m_kind) {
   case Kind::Text:
-    return text_;
+    return m_text;
   case Kind::Signed:
-    std::snprintf(buffer, sizeof buffer, "%lld", signed_);
+    std::snprintf(buffer, sizeof buffer, "%lld", m_signed);
     return buffer;
   case Kind::Unsigned:
-    std::snprintf(buffer, sizeof buffer, "%llu", unsigned_);
+    std::snprintf(buffer, sizeof buffer, "%llu", m_unsigned);
     return buffer;
   case Kind::Double:
-    std::snprintf(buffer, sizeof buffer, "%g", double_);
+    std::snprintf(buffer, sizeof buffer, "%g", m_double);
     return buffer;
   case Kind::Pointer:
-    std::snprintf(buffer, sizeof buffer, "%p", const_cast<const void*>(pointer_));
+    std::snprintf(buffer, sizeof buffer, "%p", const_cast<const void*>(m_pointer));
     return buffer;
   default:
     return "(null)";

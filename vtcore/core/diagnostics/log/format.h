@@ -28,24 +28,24 @@ public:
   enum class Kind { None, Signed, Unsigned, Double, Pointer, Text };
 
   FormatArgument() = default;
-  FormatArgument(bool value) : kind_(Kind::Signed), signed_(value) {}
+  FormatArgument(bool value) : m_kind(Kind::Signed), m_signed(value) {}
   template <std::signed_integral T>
-  FormatArgument(T value) : kind_(Kind::Signed), signed_(value) {}
+  FormatArgument(T value) : m_kind(Kind::Signed), m_signed(value) {}
   template <std::unsigned_integral T>
-  FormatArgument(T value) : kind_(Kind::Unsigned), unsigned_(value) {}
+  FormatArgument(T value) : m_kind(Kind::Unsigned), m_unsigned(value) {}
   template <std::floating_point T>
-  FormatArgument(T value) : kind_(Kind::Double), double_(static_cast<double>(value)) {}
-  FormatArgument(const char* text) : kind_(Kind::Text), text_(text ? text : "(null)") {}
+  FormatArgument(T value) : m_kind(Kind::Double), m_double(static_cast<double>(value)) {}
+  FormatArgument(const char* text) : m_kind(Kind::Text), m_text(text ? text : "(null)") {}
   FormatArgument(char* text) : FormatArgument(static_cast<const char*>(text)) {}
-  FormatArgument(std::string_view text) : kind_(Kind::Text), text_(text) {}
-  FormatArgument(const std::string& text) : kind_(Kind::Text), text_(text) {}
-  FormatArgument(const icu::UnicodeString& text) : kind_(Kind::Text) { text.toUTF8String(text_); }
+  FormatArgument(std::string_view text) : m_kind(Kind::Text), m_text(text) {}
+  FormatArgument(const std::string& text) : m_kind(Kind::Text), m_text(text) {}
+  FormatArgument(const icu::UnicodeString& text) : m_kind(Kind::Text) { text.toUTF8String(m_text); }
   FormatArgument(const std::optional<icu::UnicodeString>& text)
-      : kind_(Kind::Text), text_(text ? std::string() : std::string("(null)")) {
+      : m_kind(Kind::Text), m_text(text ? std::string() : std::string("(null)")) {
     if (text)
-      text->toUTF8String(text_);
+      text->toUTF8String(m_text);
   }
-  FormatArgument(const std::exception& error) : kind_(Kind::Text), text_(error.what()) {}
+  FormatArgument(const std::exception& error) : m_kind(Kind::Text), m_text(error.what()) {}
   template <HasDescription T>
   requires(!std::derived_from<T, std::exception>) FormatArgument(const T& object)
       : FormatArgument(object.description()) {}
@@ -56,16 +56,16 @@ public:
         *this = FormatArgument(pointer->description());
         return;
       }
-      kind_ = Kind::Text;
-      text_ = "(null)";
+      m_kind = Kind::Text;
+      m_text = "(null)";
     } else {
-      kind_ = Kind::Pointer;
-      pointer_ = static_cast<const volatile void*>(pointer);
+      m_kind = Kind::Pointer;
+      m_pointer = static_cast<const volatile void*>(pointer);
     }
   }
-  FormatArgument(std::nullptr_t) : kind_(Kind::Text), text_("(null)") {}
+  FormatArgument(std::nullptr_t) : m_kind(Kind::Text), m_text("(null)") {}
 
-  Kind kind() const { return kind_; }
+  Kind kind() const { return m_kind; }
   long long asSigned() const;
   unsigned long long asUnsigned() const;
   double asDouble() const;
@@ -74,12 +74,12 @@ public:
   std::string description() const;
 
 private:
-  Kind kind_ = Kind::None;
-  long long signed_ = 0;
-  unsigned long long unsigned_ = 0;
-  double double_ = 0;
-  const volatile void* pointer_ = nullptr;
-  std::string text_;
+  Kind m_kind = Kind::None;
+  long long m_signed = 0;
+  unsigned long long m_unsigned = 0;
+  double m_double = 0;
+  const volatile void* m_pointer = nullptr;
+  std::string m_text;
 };
 
 /// Fills `format` with `arguments` as printf would, plus "%@" (description)

@@ -179,11 +179,11 @@ VTCORE_HOOK_CODE CallChain walkCallChain(void* const* roots) {
 }
 
 struct LockGuard {
-  explicit LockGuard(pthread_mutex_t* mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
-  ~LockGuard() { pthread_mutex_unlock(mutex_); }
+  explicit LockGuard(pthread_mutex_t* mutex) : m_mutex(mutex) { pthread_mutex_lock(m_mutex); }
+  ~LockGuard() { pthread_mutex_unlock(m_mutex); }
   LockGuard(const LockGuard&) = delete;
   LockGuard& operator=(const LockGuard&) = delete;
-  pthread_mutex_t* mutex_;
+  pthread_mutex_t* m_mutex;
 };
 
 VTCORE_HOOK_CODE unsigned char* trailerOf(void* block, std::size_t allocatedSize) {
@@ -219,49 +219,49 @@ long readEnvironmentNumber(const char* name) {
 void KWLeakGuardHandler::readEnvironmentOnce() {
   static std::once_flag once;
   std::call_once(once, [this] {
-    if (!enabledSet_.load())
-      enabled_.store(readEnvironmentNumber("VTCORE_LEAK_GUARD") != 0 ? 1 : 0);
-    if (!reportLimitSet_.load()) {
+    if (!m_enabledSet.load())
+      m_enabled.store(readEnvironmentNumber("VTCORE_LEAK_GUARD") != 0 ? 1 : 0);
+    if (!m_reportLimitSet.load()) {
       const long limit = readEnvironmentNumber("VTCORE_LEAK_GUARD_REPORT_LIMIT");
-      reportLimit_.store(limit > 0 ? static_cast<unsigned long>(limit) : 0);
+      m_reportLimit.store(limit > 0 ? static_cast<unsigned long>(limit) : 0);
     }
   });
 }
 
 void KWLeakGuardHandler::setEnabled(bool enabled) {
-  enabledSet_.store(true);
-  enabled_.store(enabled ? 1 : 0);
+  m_enabledSet.store(true);
+  m_enabled.store(enabled ? 1 : 0);
 }
 
 bool KWLeakGuardHandler::enabled() {
   readEnvironmentOnce();
-  return enabled_.load() != 0;
+  return m_enabled.load() != 0;
 }
 
 void KWLeakGuardHandler::setReportLimit(unsigned long limit) {
-  reportLimitSet_.store(true);
-  reportLimit_.store(limit);
+  m_reportLimitSet.store(true);
+  m_reportLimit.store(limit);
 }
 
 void KWLeakGuardHandler::Initialize() {
   std::lock_guard setup(setupMutex());
-  initialised_ = true;
-  if (!enabled() || installed_)
+  m_initialised = true;
+  if (!enabled() || m_installed)
     return;
-  installed_ = true;
+  m_installed = true;
   // Sentinels first: once the hooks are in, a hook may link records
   // between them.
-  head_ = static_cast<Entry*>(::operator new(sizeof(Entry)));
-  tail_ = static_cast<Entry*>(::operator new(sizeof(Entry)));
-  std::memset(static_cast<void*>(head_), 0, sizeof(Entry));
-  std::memset(static_cast<void*>(tail_), 0, sizeof(Entry));
-  head_->next = tail_;
-  tail_->previous = head_;
+  m_head = static_cast<Entry*>(::operator new(sizeof(Entry)));
+  m_tail = static_cast<Entry*>(::operator new(sizeof(Entry)));
+  std::memset(static_cast<void*>(m_head), 0, sizeof(Entry));
+  std::memset(static_cast<void*>(m_tail), 0, sizeof(Entry));
+  m_head->next = m_tail;
+  m_tail->previous = m_head;
   {
     auto preferences = vtcore::UserDefaults::standard().dictionaryForKey("LeakGuard");
     std::lock_guard dictionaries(dictionaryMutex());
-    if (preferences && !preferences_)
-      preferences_ = new json(std::move(*preferences));
+    if (preferences && !m_preferences)
+      m_preferences = new json(std::move(*preferences));
   }
   OverrideMallocCalls();
 }
@@ -280,7 +280,7 @@ void unlockAfterFork() {
 void KWLeakGuardHandler::OverrideMallocCalls() {
   static std::once_flag atFork;
   std::call_once(atFork, [] { pthread_atfork(lockBeforeFork, unlockAfterFork, unlockAfterFork); });
-  saved_ = vtcore::mallocZoneFunctions(vtcore::defaultMallocZone());
+  m_saved = vtcore::mallocZoneFunctions(vtcore::defaultMallocZone());
   KWMallocZoneFunctions hooks{};
   hooks.malloc = MallocOverride;
   hooks.calloc = CallocOverride;
@@ -291,17 +291,17 @@ void KWLeakGuardHandler::OverrideMallocCalls() {
 }
 
 void KWLeakGuardHandler::RestoreMallocCalls() {
-  if (!saved_.malloc)
+  if (!m_saved.malloc)
     return; // nothing was ever saved: never write empty entries back
-  KWMallocZoneFunctions saved = saved_;
+  KWMallocZoneFunctions saved = m_saved;
   saved.size = nullptr;
   vtcore::setMallocZoneFunctions(vtcore::defaultMallocZone(), saved);
 }
 
 KWLeakGuardHandler::~KWLeakGuardHandler() {
-  if (!enabled_.load() || !initialised_ || !installed_) {
-    delete preferencesOf(overrides_); // overrides may be set with the guard off
-    overrides_ = nullptr;
+  if (!m_enabled.load() || !m_initialised || !m_installed) {
+    delete preferencesOf(m_overrides); // overrides may be set with the guard off
+    m_overrides = nullptr;
     return;
   }
   RestoreMallocCalls();
@@ -311,16 +311,16 @@ KWLeakGuardHandler::~KWLeakGuardHandler() {
   Entry* head;
   Entry* tail;
   {
-    LockGuard lock(&lock_);
-    head = head_;
-    tail = tail_;
-    head_ = tail_ = nullptr;
+    LockGuard lock(&m_lock);
+    head = m_head;
+    tail = m_tail;
+    m_head = m_tail = nullptr;
   }
   ::operator delete(head);
   ::operator delete(tail);
-  delete preferencesOf(preferences_);
-  delete preferencesOf(overrides_);
-  preferences_ = overrides_ = nullptr;
+  delete preferencesOf(m_preferences);
+  delete preferencesOf(m_overrides);
+  m_preferences = m_overrides = nullptr;
   // The lock stays usable: a hook still running on another thread at exit
   // may take it.
 }
@@ -328,30 +328,30 @@ KWLeakGuardHandler::~KWLeakGuardHandler() {
 void KWLeakGuardHandler::SetRoot(const std::optional<icu::UnicodeString>& group,
                                  const std::optional<icu::UnicodeString>& key, void* frame) {
   Initialize();
-  if (!enabled_.load() || !installed_)
+  if (!m_enabled.load() || !m_installed)
     return;
   if (group || key) {
     if (!group || !key || CheckPreference(*group, *key) == 0)
       return;
   }
-  void** old = roots_.load(std::memory_order_acquire);
+  void** old = m_roots.load(std::memory_order_acquire);
   const std::uintptr_t count = old ? reinterpret_cast<std::uintptr_t>(old[0]) : 0;
   auto** roots =
-      static_cast<void**>(saved_.malloc(vtcore::defaultMallocZone(), (count + 2) * sizeof(void*)));
+      static_cast<void**>(m_saved.malloc(vtcore::defaultMallocZone(), (count + 2) * sizeof(void*)));
   if (!roots)
     return;
   if (count)
     std::memcpy(roots + 1, old + 1, count * sizeof(void*));
   roots[0] = reinterpret_cast<void*>(count + 1);
   roots[count + 1] = frame;
-  roots_.store(roots, std::memory_order_release);
+  m_roots.store(roots, std::memory_order_release);
   if (old)
-    saved_.free(vtcore::defaultMallocZone(), old);
+    m_saved.free(vtcore::defaultMallocZone(), old);
 }
 
 void KWLeakGuardHandler::ClearRoot(void* frame) {
-  void** old = roots_.load(std::memory_order_acquire);
-  if (!enabled_.load() || !old)
+  void** old = m_roots.load(std::memory_order_acquire);
+  if (!m_enabled.load() || !old)
     return;
   const auto count = reinterpret_cast<std::uintptr_t>(old[0]);
   std::uintptr_t found = 0;
@@ -364,15 +364,15 @@ void KWLeakGuardHandler::ClearRoot(void* frame) {
     return;
   void** roots = nullptr;
   if (count > 1) {
-    roots = static_cast<void**>(saved_.malloc(vtcore::defaultMallocZone(), count * sizeof(void*)));
+    roots = static_cast<void**>(m_saved.malloc(vtcore::defaultMallocZone(), count * sizeof(void*)));
     if (!roots)
       return;
     std::memcpy(roots, old, count * sizeof(void*));
     roots[found] = old[count]; // the last root takes the closed one's place
     roots[0] = reinterpret_cast<void*>(count - 1);
   }
-  roots_.store(roots, std::memory_order_release);
-  saved_.free(vtcore::defaultMallocZone(), old);
+  m_roots.store(roots, std::memory_order_release);
+  m_saved.free(vtcore::defaultMallocZone(), old);
 }
 
 int KWLeakGuardHandler::CheckPreference(const icu::UnicodeString& group,
@@ -380,7 +380,7 @@ int KWLeakGuardHandler::CheckPreference(const icu::UnicodeString& group,
   const std::string groupName = utf8(group);
   const std::string keyName = utf8(key);
   std::unique_lock dictionaries(dictionaryMutex());
-  if (json* overrides = preferencesOf(overrides_)) {
+  if (json* overrides = preferencesOf(m_overrides)) {
     auto groupEntry = overrides->find(groupName);
     if (groupEntry != overrides->end() && groupEntry->is_object()) {
       auto value = groupEntry->find(keyName);
@@ -388,7 +388,7 @@ int KWLeakGuardHandler::CheckPreference(const icu::UnicodeString& group,
         return static_cast<int>(vtcore::defaultsIntegerValue(*value));
     }
   }
-  json* preferences = preferencesOf(preferences_);
+  json* preferences = preferencesOf(m_preferences);
   if (!preferences)
     return 0;
   auto groupEntry = preferences->find(groupName);
@@ -419,7 +419,7 @@ void KWLeakGuardHandler::OverridePreference(const std::optional<icu::UnicodeStri
   if (!group || !key)
     return;
   std::lock_guard dictionaries(dictionaryMutex());
-  json*& overrides = preferencesOf(overrides_);
+  json*& overrides = preferencesOf(m_overrides);
   if (!overrides)
     overrides = new json(json::object());
   json& groupEntry = (*overrides)[utf8(*group)];
@@ -429,16 +429,16 @@ void KWLeakGuardHandler::OverridePreference(const std::optional<icu::UnicodeStri
 }
 
 VTCORE_HOOK_CODE KWLeakGuardHandler::SMallocEntry* KWLeakGuardHandler::CreateEntry() {
-  if (!tail_)
+  if (!m_tail)
     return nullptr; // torn down at process exit
-  auto* entry = static_cast<Entry*>(saved_.malloc(vtcore::defaultMallocZone(), sizeof(Entry)));
+  auto* entry = static_cast<Entry*>(m_saved.malloc(vtcore::defaultMallocZone(), sizeof(Entry)));
   if (!entry)
     return nullptr;
   std::memset(static_cast<void*>(entry), 0, sizeof(Entry));
-  entry->previous = tail_->previous;
-  entry->next = tail_;
-  tail_->previous->next = entry;
-  tail_->previous = entry;
+  entry->previous = m_tail->previous;
+  entry->next = m_tail;
+  m_tail->previous->next = entry;
+  m_tail->previous = entry;
   return entry;
 }
 
@@ -449,12 +449,12 @@ VTCORE_HOOK_CODE void KWLeakGuardHandler::ReleaseEntry(SMallocEntry* entry) {
     entry->previous->next = entry->next;
   if (entry->next)
     entry->next->previous = entry->previous;
-  saved_.free(vtcore::defaultMallocZone(), entry);
+  m_saved.free(vtcore::defaultMallocZone(), entry);
 }
 
 VTCORE_HOOK_CODE void* KWLeakGuardHandler::PaddMemory(void* block, unsigned long size,
                                                       SMallocEntry* entry) {
-  void** roots = roots_.load(std::memory_order_acquire);
+  void** roots = m_roots.load(std::memory_order_acquire);
   CallChain chain;
   chain.addresses[0] = nullptr;
   if (roots)
@@ -466,8 +466,8 @@ VTCORE_HOOK_CODE void* KWLeakGuardHandler::PaddMemory(void* block, unsigned long
     return block;
 
   KWMallocZone* zone = vtcore::defaultMallocZone();
-  unsigned char* trailer = trailerOf(block, saved_.size(zone, block));
-  LockGuard lock(&lock_);
+  unsigned char* trailer = trailerOf(block, m_saved.size(zone, block));
+  LockGuard lock(&m_lock);
   std::memcpy(trailer, s_sHeaderPrototype, kTrailerSize);
   if (!entry)
     entry = CreateEntry();
@@ -484,24 +484,24 @@ VTCORE_HOOK_CODE void* KWLeakGuardHandler::PaddMemory(void* block, unsigned long
 VTCORE_HOOK_CODE void* KWLeakGuardHandler::MallocOverride(KWMallocZone* zone, std::size_t size) {
   auto& handler = s_cSingleton;
   if (vtcore::detail::HookReentrancyGuard::active())
-    return handler.saved_.malloc(zone, size);
+    return handler.m_saved.malloc(zone, size);
   if (size > SIZE_MAX - kTrailerSize) {
     errno = ENOMEM;
     return nullptr;
   }
-  void* block = handler.saved_.malloc(zone, size + kTrailerSize);
+  void* block = handler.m_saved.malloc(zone, size + kTrailerSize);
   return block ? handler.PaddMemory(block, size, nullptr) : nullptr;
 }
 
 VTCORE_HOOK_CODE void* KWLeakGuardHandler::VallocOverride(KWMallocZone* zone, std::size_t size) {
   auto& handler = s_cSingleton;
   if (vtcore::detail::HookReentrancyGuard::active())
-    return handler.saved_.valloc(zone, size);
+    return handler.m_saved.valloc(zone, size);
   if (size > SIZE_MAX - kTrailerSize) {
     errno = ENOMEM;
     return nullptr;
   }
-  void* block = handler.saved_.valloc(zone, size + kTrailerSize);
+  void* block = handler.m_saved.valloc(zone, size + kTrailerSize);
   return block ? handler.PaddMemory(block, size, nullptr) : nullptr;
 }
 
@@ -509,7 +509,7 @@ VTCORE_HOOK_CODE void* KWLeakGuardHandler::CallocOverride(KWMallocZone* zone, st
                                                           std::size_t size) {
   auto& handler = s_cSingleton;
   if (vtcore::detail::HookReentrancyGuard::active())
-    return handler.saved_.calloc(zone, count, size);
+    return handler.m_saved.calloc(zone, count, size);
   void* block;
   if (count == 1 || size == 0) {
     // An element size of 0 cannot be padded with whole elements: one
@@ -519,7 +519,7 @@ VTCORE_HOOK_CODE void* KWLeakGuardHandler::CallocOverride(KWMallocZone* zone, st
       errno = ENOMEM;
       return nullptr;
     }
-    block = handler.saved_.calloc(zone, 1, bytes + kTrailerSize);
+    block = handler.m_saved.calloc(zone, 1, bytes + kTrailerSize);
   } else {
     // Whole extra elements cover the trailer.
     const std::size_t extra = kTrailerSize / size + 1;
@@ -527,7 +527,7 @@ VTCORE_HOOK_CODE void* KWLeakGuardHandler::CallocOverride(KWMallocZone* zone, st
       errno = ENOMEM;
       return nullptr;
     }
-    block = handler.saved_.calloc(zone, count + extra, size);
+    block = handler.m_saved.calloc(zone, count + extra, size);
   }
   return block ? handler.PaddMemory(block, size, nullptr) : nullptr;
 }
@@ -536,27 +536,27 @@ VTCORE_HOOK_CODE void* KWLeakGuardHandler::ReallocOverride(KWMallocZone* zone, v
                                                            std::size_t size) {
   auto& handler = s_cSingleton;
   if (vtcore::detail::HookReentrancyGuard::active())
-    return handler.saved_.realloc(zone, ptr, size);
+    return handler.m_saved.realloc(zone, ptr, size);
   if (size > SIZE_MAX - kTrailerSize) {
     errno = ENOMEM;
     return nullptr;
   }
   Entry* entry = nullptr;
   if (ptr) {
-    LockGuard lock(&handler.lock_);
-    if (unsigned char* trailer = trackedTrailer(handler.saved_, zone, ptr)) {
+    LockGuard lock(&handler.m_lock);
+    if (unsigned char* trailer = trackedTrailer(handler.m_saved, zone, ptr)) {
       entry = entryInTrailer(trailer);
       // The old trailer must not survive inside the moved contents.
       std::memset(trailer + kMagicOffset, 0, 24);
     }
   }
-  void* block = handler.saved_.realloc(zone, ptr, size + kTrailerSize);
+  void* block = handler.m_saved.realloc(zone, ptr, size + kTrailerSize);
   if (!block) {
     // The old block is still the caller's and still tracked: put its
     // trailer back. A failed realloc returns null, as the C library does.
     if (ptr && entry) {
-      unsigned char* trailer = trailerOf(ptr, handler.saved_.size(zone, ptr));
-      LockGuard lock(&handler.lock_);
+      unsigned char* trailer = trailerOf(ptr, handler.m_saved.size(zone, ptr));
+      LockGuard lock(&handler.m_lock);
       std::memcpy(trailer + kMagicOffset, s_sHeaderPrototype + kMagicOffset, kMagicSize);
       std::memcpy(trailer + kEntryOffset, &entry, sizeof entry);
     }
@@ -572,30 +572,30 @@ VTCORE_HOOK_CODE void KWLeakGuardHandler::FreeOverride(KWMallocZone* zone, void*
   // Only the thread freeing a block reads or changes its trailer, so the
   // lock is taken only for blocks that carry one (to unlink the record).
   if (!vtcore::detail::HookReentrancyGuard::active())
-    if (unsigned char* trailer = trackedTrailer(handler.saved_, zone, ptr)) {
-      LockGuard lock(&handler.lock_);
+    if (unsigned char* trailer = trackedTrailer(handler.m_saved, zone, ptr)) {
+      LockGuard lock(&handler.m_lock);
       if (Entry* entry = entryInTrailer(trailer))
         handler.ReleaseEntry(entry);
       std::memset(trailer + kMagicOffset, 0, 24);
     }
-  handler.saved_.free(zone, ptr);
+  handler.m_saved.free(zone, ptr);
 }
 
 long KWLeakGuardHandler::ResetHistory(bool report) {
-  if (!initialised_ || !head_)
+  if (!m_initialised || !m_head)
     return 0;
   // Detach the whole list under the lock, then report without it: printing
   // and symbolicating allocate, and those allocations are never tracked.
   Entry* first;
   {
-    LockGuard lock(&lock_);
-    first = head_->next;
-    if (first == tail_) {
+    LockGuard lock(&m_lock);
+    first = m_head->next;
+    if (first == m_tail) {
       first = nullptr;
     } else {
-      tail_->previous->next = nullptr;
-      head_->next = tail_;
-      tail_->previous = head_;
+      m_tail->previous->next = nullptr;
+      m_head->next = m_tail;
+      m_tail->previous = m_head;
     }
     // The blocks outlive their records: their trailers must no longer point
     // at them, or a later free would release a record twice. That is only
@@ -608,11 +608,11 @@ long KWLeakGuardHandler::ResetHistory(bool report) {
     if (vtcore::mallocZoneFunctions(zone).free == FreeOverride)
       for (Entry* entry = first; entry; entry = entry->next)
         if (entry->block)
-          if (unsigned char* trailer = trackedTrailer(saved_, zone, entry->block))
+          if (unsigned char* trailer = trackedTrailer(m_saved, zone, entry->block))
             std::memset(trailer + kMagicOffset, 0, 24);
   }
   vtcore::detail::HookReentrancyGuard untracked;
-  const unsigned long limit = reportLimit_.load();
+  const unsigned long limit = m_reportLimit.load();
   long total = 0;
   unsigned long position = 0;
   for (Entry* entry = first; entry;) {
@@ -626,7 +626,7 @@ long KWLeakGuardHandler::ResetHistory(bool report) {
       }
       ++position;
     }
-    saved_.free(vtcore::defaultMallocZone(), entry);
+    m_saved.free(vtcore::defaultMallocZone(), entry);
     entry = next;
   }
   if (report) {
@@ -655,14 +655,14 @@ KWLeakGuard::KWLeakGuard(const std::optional<icu::UnicodeString>& group,
     root = *reinterpret_cast<const std::uintptr_t*>(root);
   if (!valid(root))
     return;
-  root_ = reinterpret_cast<void*>(root);
-  KWLeakGuardHandler::s_cSingleton.SetRoot(group, key, root_);
+  m_root = reinterpret_cast<void*>(root);
+  KWLeakGuardHandler::s_cSingleton.SetRoot(group, key, m_root);
 }
 
 KWLeakGuard::~KWLeakGuard() {
-  if (root_)
-    KWLeakGuardHandler::s_cSingleton.ClearRoot(root_);
-  root_ = nullptr;
+  if (m_root)
+    KWLeakGuardHandler::s_cSingleton.ClearRoot(m_root);
+  m_root = nullptr;
 }
 
 long KWLeakGuard::ResetHistory(bool report) {

@@ -114,26 +114,26 @@ public:
   void setReportLimit(unsigned long limit);
 
   /// The lock of the hooks (taken across fork by the library itself).
-  pthread_mutex_t& forkLock() { return lock_; }
+  pthread_mutex_t& forkLock() { return m_lock; }
 
 private:
   void readEnvironmentOnce();
 
-  void* preferences_ = nullptr; // nlohmann::json object, or null
-  void* overrides_ = nullptr;   // nlohmann::json object, or null
-  KWMallocZoneFunctions saved_{};
-  pthread_mutex_t lock_ = PTHREAD_MUTEX_INITIALIZER;
-  SMallocEntry* head_ = nullptr;
-  SMallocEntry* tail_ = nullptr;
+  void* m_preferences = nullptr; // nlohmann::json object, or null
+  void* m_overrides = nullptr;   // nlohmann::json object, or null
+  KWMallocZoneFunctions m_saved{};
+  pthread_mutex_t m_lock = PTHREAD_MUTEX_INITIALIZER;
+  SMallocEntry* m_head = nullptr;
+  SMallocEntry* m_tail = nullptr;
   // The open roots: word 0 holds their count, the frames follow. Swapped
   // whole so that a hook never sees a half-written array.
-  std::atomic<void**> roots_{nullptr};
-  std::atomic<int> enabled_{0};
-  std::atomic<unsigned long> reportLimit_{0};
-  std::atomic<bool> enabledSet_{false};
-  std::atomic<bool> reportLimitSet_{false};
-  bool initialised_ = false;
-  bool installed_ = false;
+  std::atomic<void**> m_roots{nullptr};
+  std::atomic<int> m_enabled{0};
+  std::atomic<unsigned long> m_reportLimit{0};
+  std::atomic<bool> m_enabledSet{false};
+  std::atomic<bool> m_reportLimitSet{false};
+  bool m_initialised = false;
+  bool m_installed = false;
 };
 
 /// A leak-guard scope: allocations are tracked while the function that
@@ -157,7 +157,7 @@ public:
                                  const std::optional<icu::UnicodeString>& key, unsigned value);
 
 private:
-  void* root_ = nullptr;
+  void* m_root = nullptr;
 };
 
 /// Opens a scope rooted at the caller's frame; close it by deleting the

@@ -5,7 +5,7 @@
 //   class Glyph : public KWFlyweight {
 //     VTCORE_OBJECT(Glyph, KWFlyweight)
 //   public:
-//     explicit Glyph(char32_t c) : c_(c) {}
+//     explicit Glyph(char32_t c) : m_c(c) {}
 //     void setupIntrinsicStateData() override { /* build the shared state */ }
 //   };
 //

@@ -54,24 +54,24 @@ PoolStack& poolStack() {
 } // namespace
 
 Class::Class(std::string name, const Class* superclass)
-    : name_(std::move(name)), superclass_(superclass) {
+    : m_name(std::move(name)), m_superclass(superclass) {
   auto& classes = registry();
   std::lock_guard lock(classes.mutex);
-  if (!classes.classes.emplace(name_, this).second)
+  if (!classes.classes.emplace(m_name, this).second)
     KWLogCString(4, true, "vtcore", "class name %s is taken: the second class is not found by name",
-                 name_.c_str());
+                 m_name.c_str());
 }
 
 Class::~Class() {
   auto& classes = registry();
   std::lock_guard lock(classes.mutex);
-  auto found = classes.classes.find(name_);
+  auto found = classes.classes.find(m_name);
   if (found != classes.classes.end() && found->second == this)
     classes.classes.erase(found);
 }
 
 bool Class::isSubclassOf(const Class& other) const noexcept {
-  for (const Class* cls = this; cls; cls = cls->superclass_)
+  for (const Class* cls = this; cls; cls = cls->m_superclass)
     if (cls == &other)
       return true;
   return false;
@@ -92,19 +92,19 @@ const Class& Object::classObject() {
 }
 
 Object* Object::retain() {
-  retainCount_.fetch_add(1, std::memory_order_relaxed);
+  m_retainCount.fetch_add(1, std::memory_order_relaxed);
   return this;
 }
 
 void Object::release() {
   // The last release must see every write made by the other owners before
   // they let go: release order on the decrement, acquire before destroying.
-  if (retainCount_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+  if (m_retainCount.fetch_sub(1, std::memory_order_acq_rel) == 1)
     delete this;
 }
 
 unsigned long Object::retainCount() const {
-  return retainCount_.load(std::memory_order_relaxed);
+  return m_retainCount.load(std::memory_order_relaxed);
 }
 
 Object* Object::autorelease() {
@@ -133,17 +133,17 @@ bool Object::isEqual(const Object* other) const {
 AutoreleasePool::AutoreleasePool() {
   auto& stack = poolStack();
   stack.pools.emplace_back();
-  depth_ = stack.pools.size() - 1;
+  m_depth = stack.pools.size() - 1;
 }
 
 AutoreleasePool::~AutoreleasePool() {
   auto& stack = poolStack();
-  stack.drain(depth_);
-  stack.pools.resize(depth_);
+  stack.drain(m_depth);
+  stack.pools.resize(m_depth);
 }
 
 void AutoreleasePool::drain() {
-  poolStack().drain(depth_);
+  poolStack().drain(m_depth);
 }
 
 void AutoreleasePool::add(Object* object) {

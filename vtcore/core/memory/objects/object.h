@@ -35,22 +35,22 @@ public:
   Class(const Class&) = delete;
   Class& operator=(const Class&) = delete;
 
-  const std::string& name() const noexcept { return name_; }
+  const std::string& name() const noexcept { return m_name; }
   /// The superclass, or null for the root class.
-  const Class* superclass() const noexcept { return superclass_; }
+  const Class* superclass() const noexcept { return m_superclass; }
   /// Whether this class is `other` or derives from it.
   bool isSubclassOf(const Class& other) const noexcept;
   /// The lock of synchronised class-level methods (recursive).
-  std::recursive_mutex& lock() const noexcept { return lock_; }
+  std::recursive_mutex& lock() const noexcept { return m_lock; }
 
   /// The registered class of that name, or null when no such class has been
   /// used yet.
   static Class* named(std::string_view name);
 
 private:
-  std::string name_;
-  const Class* superclass_;
-  mutable std::recursive_mutex lock_;
+  std::string m_name;
+  const Class* m_superclass;
+  mutable std::recursive_mutex m_lock;
 };
 
 /// The root of the object layer: an object with an intrusive, thread-safe
@@ -90,7 +90,7 @@ public:
   static const Class& classObject();
 
   /// The lock of synchronised blocks on this object (recursive).
-  std::recursive_mutex& lock() const noexcept { return lock_; }
+  std::recursive_mutex& lock() const noexcept { return m_lock; }
 
 protected:
   /// Objects are destroyed by their last release, never directly.
@@ -100,8 +100,8 @@ protected:
   void destroy() { delete this; }
 
 private:
-  std::atomic<unsigned long> retainCount_{1};
-  mutable std::recursive_mutex lock_;
+  std::atomic<unsigned long> m_retainCount{1};
+  mutable std::recursive_mutex m_lock;
 };
 
 /// Gives an object class its class object. Put it in the class body, with
@@ -133,26 +133,26 @@ class Ref {
 public:
   Ref() = default;
   Ref(std::nullptr_t) {}
-  Ref(const Ref& other) : object_(other.object_) {
-    if (object_)
-      object_->retain();
+  Ref(const Ref& other) : m_object(other.m_object) {
+    if (m_object)
+      m_object->retain();
   }
-  Ref(Ref&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
   template <typename U>
-  requires std::is_convertible_v<U*, T*> Ref(Ref<U> other) : object_(other.detach()) {}
+  requires std::is_convertible_v<U*, T*> Ref(Ref<U> other) : m_object(other.detach()) {}
   ~Ref() {
-    if (object_)
-      object_->release();
+    if (m_object)
+      m_object->release();
   }
   Ref& operator=(Ref other) noexcept {
-    std::swap(object_, other.object_);
+    std::swap(m_object, other.m_object);
     return *this;
   }
 
   /// Takes over a reference the caller owns (a new object, a copy).
   static Ref adopt(T* object) {
     Ref ref;
-    ref.object_ = object;
+    ref.m_object = object;
     return ref;
   }
   /// Adds a reference of its own to `object` (may be null).
@@ -162,17 +162,17 @@ public:
     return adopt(object);
   }
 
-  T* get() const noexcept { return object_; }
-  T* operator->() const noexcept { return object_; }
-  T& operator*() const noexcept { return *object_; }
-  explicit operator bool() const noexcept { return object_ != nullptr; }
+  T* get() const noexcept { return m_object; }
+  T* operator->() const noexcept { return m_object; }
+  T& operator*() const noexcept { return *m_object; }
+  explicit operator bool() const noexcept { return m_object != nullptr; }
   /// Gives the reference back to the caller, leaving the handle empty.
-  T* detach() noexcept { return std::exchange(object_, nullptr); }
+  T* detach() noexcept { return std::exchange(m_object, nullptr); }
 
-  friend bool operator==(const Ref& a, const Ref& b) { return a.object_ == b.object_; }
+  friend bool operator==(const Ref& a, const Ref& b) { return a.m_object == b.m_object; }
 
 private:
-  T* object_ = nullptr;
+  T* m_object = nullptr;
 };
 
 /// Makes a new object and holds its first reference.
@@ -200,7 +200,7 @@ public:
   static void add(Object* object);
 
 private:
-  std::size_t depth_;
+  std::size_t m_depth;
 };
 
 } // namespace vtcore

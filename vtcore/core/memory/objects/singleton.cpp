@@ -3,7 +3,7 @@
 
 KWSingletonClass::KWSingletonClass(std::string name, const vtcore::Class* superclass,
                                    Creator creator)
-    : vtcore::Class(std::move(name), superclass), creator_(creator) {}
+    : vtcore::Class(std::move(name), superclass), m_creator(creator) {}
 
 KWSingleton* KWSingletonClass::singleton() const {
   throw KWException("ESSingleton", "+singleton not implemented");
@@ -17,7 +17,7 @@ KWSingleton* KWSingletonClass::allocWithZone() {
   std::lock_guard lock(this->lock());
   if (singleton())
     return nullptr;
-  KWSingleton* instance = creator_ ? creator_() : nullptr;
+  KWSingleton* instance = m_creator ? m_creator() : nullptr;
   if (!instance)
     return nullptr;
   setSingleton(instance);

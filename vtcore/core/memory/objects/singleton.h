@@ -52,7 +52,7 @@ public:
   virtual void setSingleton(KWSingleton* instance);
 
 private:
-  Creator creator_;
+  Creator m_creator;
 };
 
 /// Base of the classes that have exactly one instance. Reference counting is
@@ -89,15 +89,15 @@ namespace vtcore::detail {
 class VTCORE_EXPORT SingletonClassWithStorage : public KWSingletonClass {
 public:
   using KWSingletonClass::KWSingletonClass;
-  KWSingleton* singleton() const override { return instance_.load(std::memory_order_acquire); }
+  KWSingleton* singleton() const override { return m_instance.load(std::memory_order_acquire); }
   void setSingleton(KWSingleton* instance) override {
-    instance_.store(instance, std::memory_order_release);
+    m_instance.store(instance, std::memory_order_release);
   }
 
 private:
   // Changed under the class object's lock; read without it by the fast path
   // of sharedInstance().
-  std::atomic<KWSingleton*> instance_{nullptr};
+  std::atomic<KWSingleton*> m_instance{nullptr};
 };
 } // namespace vtcore::detail
 

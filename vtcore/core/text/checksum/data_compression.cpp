@@ -52,57 +52,57 @@ public:
   OutputBlock(const OutputBlock&) = delete;
   OutputBlock& operator=(const OutputBlock&) = delete;
   ~OutputBlock() {
-    if (mapped_ != 0)
-      munmap(data_, mapped_);
+    if (m_mapped != 0)
+      munmap(m_data, m_mapped);
     else
-      std::free(data_);
+      std::free(m_data);
   }
 
-  unsigned char* data() const { return data_; }
+  unsigned char* data() const { return m_data; }
 
   /// Makes at least `size` bytes usable, keeping the contents; false when
   /// memory runs out.
   bool reserve(std::size_t size) {
-    if (size <= usable_)
+    if (size <= m_usable)
       return true;
     if (size <= kHeapLimit) {
-      auto* grown = static_cast<unsigned char*>(std::realloc(data_, size));
+      auto* grown = static_cast<unsigned char*>(std::realloc(m_data, size));
       if (grown == nullptr)
         return false;
-      data_ = grown;
-      usable_ = size;
+      m_data = grown;
+      m_usable = size;
       return true;
     }
-    std::size_t target = std::max(size, usable_ * 2);
+    std::size_t target = std::max(size, m_usable * 2);
     target = (target + kHugePage - 1) & ~(kHugePage - 1);
     if (target < size)
       return false; // overflow
-    if (mapped_ == 0) {
+    if (m_mapped == 0) {
       void* block =
           mmap(nullptr, target, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
       if (block == MAP_FAILED)
         return false;
       madvise(block, target, MADV_HUGEPAGE);
-      if (data_ != nullptr)
-        std::memcpy(block, data_, usable_);
-      std::free(data_);
-      data_ = static_cast<unsigned char*>(block);
+      if (m_data != nullptr)
+        std::memcpy(block, m_data, m_usable);
+      std::free(m_data);
+      m_data = static_cast<unsigned char*>(block);
     } else {
-      void* block = mremap(data_, mapped_, target, MREMAP_MAYMOVE);
+      void* block = mremap(m_data, m_mapped, target, MREMAP_MAYMOVE);
       if (block == MAP_FAILED)
         return false;
-      data_ = static_cast<unsigned char*>(block);
+      m_data = static_cast<unsigned char*>(block);
     }
-    mapped_ = target;
-    usable_ = target;
+    m_mapped = target;
+    m_usable = target;
     return true;
   }
 
 private:
   static constexpr std::size_t kHeapLimit = std::size_t{4} << 20;
-  unsigned char* data_ = nullptr;
-  std::size_t usable_ = 0;
-  std::size_t mapped_ = 0;
+  unsigned char* m_data = nullptr;
+  std::size_t m_usable = 0;
+  std::size_t m_mapped = 0;
 };
 
 std::string describe(std::span<const std::uint8_t> bytes) {
