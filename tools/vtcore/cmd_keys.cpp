@@ -2,6 +2,7 @@
 
 #include "command.h"
 
+#include <vtcore/core/text/utf8/icu_handles.h>
 #include <vtcore/vtcore.h>
 
 #include <cerrno>
@@ -110,11 +111,10 @@ std::optional<std::uint16_t> romanCharCode(const std::string& text) {
   const auto unicode = icu::UnicodeString::fromUTF8(text);
   if (unicode.countChar32() != 1)
     return std::nullopt;
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<UConverter, decltype(&ucnv_close)> converter(ucnv_open("macintosh", &status),
-                                                               ucnv_close);
-  if (U_FAILURE(status))
+  auto converter = vtcore::openRomanConverter('?');
+  if (!converter)
     return std::nullopt;
+  UErrorCode status = U_ZERO_ERROR;
   // Stop instead of substituting: a character the set lacks has no code.
   ucnv_setFromUCallBack(converter.get(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
                         &status);

@@ -1,6 +1,7 @@
 // Key-command names: the special-key table, the key-text table and the
 // display texts.
 
+#include <vtcore/core/text/utf8/icu_handles.h>
 #include <vtcore/music/keys/key_code_converter.h>
 
 #include <vtcore/music/keys/detail/keyboard_layout.h>
@@ -108,25 +109,11 @@ std::optional<icu::UnicodeString> joined(const std::optional<icu::UnicodeString>
   return *modifiers + *key;
 }
 
-// The 8-bit Roman character set through ICU's "macintosh" converter.
-struct ConverterDeleter {
-  void operator()(UConverter* converter) const { ucnv_close(converter); }
-};
-
-std::unique_ptr<UConverter, ConverterDeleter> openRomanConverter() {
-  UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<UConverter, ConverterDeleter> converter(ucnv_open("macintosh", &status));
-  if (U_FAILURE(status))
-    return nullptr;
-  // Lossy conversion writes '?' for a character the set lacks.
-  ucnv_setSubstChars(converter.get(), "?", 1, &status);
-  return converter;
-}
-
 std::optional<icu::UnicodeString> romanCharacter(std::uint16_t charCode) {
   if (charCode == 0 || charCode > 0xFF)
     return std::nullopt;
-  auto converter = openRomanConverter();
+  // Lossy conversion writes '?' for a character the set lacks.
+  auto converter = vtcore::openRomanConverter('?');
   if (!converter)
     return std::nullopt;
   const char byte = static_cast<char>(charCode);
@@ -139,7 +126,8 @@ std::optional<icu::UnicodeString> romanCharacter(std::uint16_t charCode) {
 }
 
 std::uint8_t firstRomanByte(const icu::UnicodeString& text) {
-  auto converter = openRomanConverter();
+  // Lossy conversion writes '?' for a character the set lacks.
+  auto converter = vtcore::openRomanConverter('?');
   if (!converter || text.isEmpty())
     return 0;
   char bytes[64];

@@ -1,4 +1,5 @@
 #include <vtcore/core/diagnostics/log/log.h>
+#include <vtcore/core/text/utf8/icu_handles.h>
 #include <vtcore/core/text/utf8/utf8.h>
 
 #include <algorithm>
@@ -185,19 +186,9 @@ std::optional<icu::UnicodeString> strictFromUtf8(const char* s, std::size_t leng
   return result;
 }
 
-struct ConverterCloser {
-  void operator()(UConverter* converter) const { ucnv_close(converter); }
-};
-using Converter = std::unique_ptr<UConverter, ConverterCloser>;
-
 // The legacy 8-bit file-name encoding: the classic Mac Roman set.
-Converter openLegacyConverter() {
-  UErrorCode status = U_ZERO_ERROR;
-  Converter converter(ucnv_open("macintosh", &status));
-  if (U_FAILURE(status))
-    return nullptr;
-  ucnv_setSubstChars(converter.get(), "_", 1, &status);
-  return U_SUCCESS(status) ? std::move(converter) : nullptr;
+vtcore::IcuConverter openLegacyConverter() {
+  return vtcore::openRomanConverter('_');
 }
 
 std::string debugDescription(const icu::UnicodeString& text) {
@@ -521,7 +512,7 @@ char* utf8_to_legacyFileSystemCString(char* dst, const char* src, size_t size,
   if (src == nullptr || *src == 0)
     return dst;
   std::optional<icu::UnicodeString> text = strictFromUtf8(src, std::strlen(src));
-  Converter converter = openLegacyConverter();
+  vtcore::IcuConverter converter = openLegacyConverter();
   if (!text || !converter)
     return dst;
   // One byte per character either way (mapped or "_"), so converting the
