@@ -1,12 +1,12 @@
 #include <vtcore/ui/common/alerts/initialize.h>
 
 #include <vtcore/ui/common/alerts/alert_presenter.h>
-#include <vtcore/ui/common/images/detail/image_resources.h>
+#include <vtcore/ui/common/images/images.h>
 
 namespace vtcore {
 
 void initializeUi() {
-  detail::registerImageResources();
+  registerImageResources();
   installQtAlertPresenter();
 }
 

@@ -1,7 +1,5 @@
 #include <vtcore/ui/common/images/images.h>
 
-#include <vtcore/ui/common/images/detail/image_resources.h>
-
 #include <QFile>
 #include <QGuiApplication>
 
@@ -16,11 +14,11 @@ static void registerLibraryImages() {
   std::call_once(once, [] { Q_INIT_RESOURCE(vtcore_ui_images); });
 }
 
-namespace vtcore::detail {
+namespace vtcore {
 void registerImageResources() {
   registerLibraryImages();
 }
-} // namespace vtcore::detail
+} // namespace vtcore
 
 QImage kw_loadQuillonBundleImage(const QString& name) {
   if (name.isEmpty() || name.contains(QLatin1Char('/')) || name.contains(QLatin1Char('\\')))

@@ -15,3 +15,13 @@
 /// that uses nothing else of the library: the resources are registered by
 /// the loader itself.
 VTCORE_UI_EXPORT QImage kw_loadQuillonBundleImage(const QString& name);
+
+namespace vtcore {
+
+/// Registers the library's images with Qt's resource system, so that
+/// ":/vtcore/images/<file>" paths work in QIcon, QPixmap and style sheets
+/// too. `initializeUi()` calls it; the loader above needs no call. Safe to
+/// call any number of times, from any thread.
+VTCORE_UI_EXPORT void registerImageResources();
+
+} // namespace vtcore
