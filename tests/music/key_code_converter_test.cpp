@@ -1,5 +1,6 @@
 // Key-command names against the real xkbcommon layouts "us", "de" and "fr".
 
+#include <tests/support/log_capture.h>
 #include <vtcore/core/platform/log_sink.h>
 #include <vtcore/music/keys/key_code_converter.h>
 
@@ -122,16 +123,14 @@ TEST(KeyCharacterCodes, ThroughTheLayoutInTheRomanSet) {
 }
 
 TEST(KeyboardLayoutChoice, UnknownLayoutWarnsOnceAndTranslatesNothing) {
-  vtcore::MemoryLogSink sink;
-  vtcore::LogSink* previous = vtcore::setLogSink(&sink);
+  vtcore::test::CapturedLog log;
   EXPECT_FALSE(C::setKeyboardLayout("xx"));
   bool dead = true;
   EXPECT_EQ(C::translateKeyCode(0, &dead, true), std::nullopt);
   EXPECT_FALSE(dead);
   EXPECT_EQ(C::keyCharForKeyCode(0) | C::keyCodeForKeyChar('a', nullptr), 0);
   EXPECT_EQ(utf8(C::stringForKeycode(122, control)), "⌃F1"); // needs no layout
-  const auto records = sink.records();
-  vtcore::setLogSink(previous);
+  const auto records = log.sink().records();
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].level, 4);
   EXPECT_NE(records[0].field("Message").find("\"xx\""), std::string::npos);

@@ -1,6 +1,7 @@
 // The user-defaults store: values as the host store reads them, writes that
 // keep every other key, never damage the file, and survive concurrent
 // writers in other processes.
+#include <tests/support/log_capture.h>
 #include <vtcore/core/platform/log_sink.h>
 #include <vtcore/core/platform/user_defaults.h>
 
@@ -62,14 +63,12 @@ TEST_F(UserDefaultsTest, SynchronizeSeesEveryReplacementEvenOfTheSameSizeAtOnce)
 TEST_F(UserDefaultsTest, ADamagedFileIsNeverOverwritten) {
   const std::string damaged = R"({"Keep": 1, "Half": )";
   std::ofstream(m_file) << damaged;
-  vtcore::MemoryLogSink sink;
-  vtcore::LogSink* previous = vtcore::setLogSink(&sink);
+  vtcore::test::CapturedLog log;
   vtcore::UserDefaults defaults(m_file);
   EXPECT_FALSE(defaults.synchronize());
   EXPECT_FALSE(defaults.setObject(2, "New"));
-  EXPECT_EQ(sink.records().size(), 1u) << "one logged error per refused write";
+  EXPECT_EQ(log.sink().records().size(), 1u) << "one logged error per refused write";
   EXPECT_FALSE(defaults.removeObjectForKey("Keep"));
-  vtcore::setLogSink(previous);
   EXPECT_EQ(readFile(), damaged);
 }
 

@@ -1,3 +1,4 @@
+#include <tests/support/log_capture.h>
 #include <vtcore/core/platform/log_sink.h>
 #include <vtcore/core/text/utf8/utf8.h>
 
@@ -114,12 +115,13 @@ TEST(Utf8FileNames, DecomposedAndLegacyNames) {
 }
 
 TEST(Utf8Log, LogsAtLevelFiveWithoutTagAndNeverAsAFormat) {
-  vtcore::MemoryLogSink sink;
-  vtcore::LogSink* previous = vtcore::setLogSink(&sink);
-  utf8_log("100% sure %s");
-  utf8_trace("\xC3");
-  vtcore::setLogSink(previous);
-  auto records = sink.records();
+  std::vector<vtcore::LogRecord> records;
+  {
+    vtcore::test::CapturedLog log;
+    utf8_log("100% sure %s");
+    utf8_trace("\xC3");
+    records = log.sink().records();
+  }
   ASSERT_EQ(records.size(), 2u);
   EXPECT_EQ(records[0].level, 5);
   EXPECT_EQ(records[0].identity, "KWLogCString");
