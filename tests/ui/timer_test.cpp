@@ -3,9 +3,12 @@
 #include <QApplication>
 #include <QDialog>
 #include <QEventLoop>
+#include <QThread>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <vector>
 
@@ -126,6 +129,33 @@ TEST(KwTimerRealWindow, KeepsFiringInModalDialogsAndNestedEventLoops) {
   EXPECT_EQ(dialog.exec(), QDialog::Accepted);
   tracking.exec();
   EXPECT_EQ(firedWhileTracking, 3);
+}
+
+TEST(KwTimer, ARunFiresOnTheEventLoopOfTheThreadThatStartedIt) {
+  TimerTarget target;
+  KwTimer timer(0.0, &target, kTick, {}, false); // made on the main thread
+  QThread worker;
+  worker.start();
+  QObject onWorker;
+  onWorker.moveToThread(&worker);
+  std::promise<QThread*> firedOn;
+  target.onTick = [&](KwTimer*) { firedOn.set_value(QThread::currentThread()); };
+  QMetaObject::invokeMethod(&onWorker, [&] { timer.start(); });
+  auto fired = firedOn.get_future();
+  ASSERT_EQ(fired.wait_for(std::chrono::seconds(30)), std::future_status::ready)
+      << "a timer started on a worker's event loop never fired";
+  EXPECT_EQ(fired.get(), &worker);
+
+  // Started on the main thread again, the next run is the main thread's.
+  std::promise<QThread*> firedAgain;
+  target.onTick = [&](KwTimer*) { firedAgain.set_value(QThread::currentThread()); };
+  timer.start();
+  spinEventLoop();
+  auto again = firedAgain.get_future();
+  ASSERT_EQ(again.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+  EXPECT_EQ(again.get(), QThread::currentThread());
+  worker.quit();
+  worker.wait();
 }
 
 #include "timer_test.moc"

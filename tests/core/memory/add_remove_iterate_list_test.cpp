@@ -3,9 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -55,6 +59,61 @@ void change(void* object, unsigned, void* calls) {
   *static_cast<std::string*>(calls) += *static_cast<char*>(object);
   changing->Remove(object);
   changing->Add(::object('c'), record);
+}
+
+TEST(CallbackList, AChainAppliedThroughModifyReachesTheNextPass) {
+  CAddRemoveIterateList list;
+  list.Add(object('a'), record);
+  list.Add(object('b'), record);
+  EXPECT_EQ(iterate(list), "ab"); // the pass keeps a copy of the active list
+  // A chain is newest first: remove 'a', then add 'c'.
+  auto* removal =
+      new CAddRemoveIterateList::SEntry{nullptr, object('a'), &CAddRemoveIterateList::RemoveMark};
+  auto* addition = new CAddRemoveIterateList::SEntry{removal, object('c'), record};
+  EXPECT_TRUE(list.Modify(addition));
+  EXPECT_EQ(iterate(list), "bc") << "no removed callback called, no added one missed";
+  EXPECT_FALSE(list.Modify(nullptr));
+}
+
+// The scheduler state of a thread of this process: 'R' running, 'S' asleep.
+char taskState(pid_t tid) {
+  std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+  const auto end = text.rfind(')'); // the name may hold spaces and parentheses
+  return end == std::string::npos || end + 2 >= text.size() ? '?' : text[end + 2];
+}
+
+TEST(CallbackList, TheDestructorSleepsUntilAPassInProgressEnds) {
+  auto* list = new CAddRemoveIterateList;
+  std::atomic<bool> inPass{false}, release{false};
+  std::atomic<pid_t> destroyer{0};
+  list->Add(&inPass, [](void* flag, unsigned, void* hold) {
+    static_cast<std::atomic<bool>*>(flag)->store(true);
+    while (!static_cast<std::atomic<bool>*>(hold)->load()) {
+    }
+  });
+  std::thread iterating([&] { list->Iterate(0, &release); });
+  while (!inPass) {
+  }
+  std::atomic<bool> destroyed{false};
+  std::thread destroying([&] {
+    destroyer = static_cast<pid_t>(syscall(SYS_gettid));
+    delete list;
+    destroyed = true;
+  });
+  // A destructor that spins stays runnable ('R') for as long as the pass
+  // runs; one that waits properly goes to sleep ('S') and stays there.
+  while (destroyer == 0) {
+  }
+  int sleepingSeen = 0;
+  for (int look = 0; look < 200000 && sleepingSeen < 100; ++look)
+    sleepingSeen = taskState(destroyer) == 'S' ? sleepingSeen + 1 : 0;
+  EXPECT_EQ(sleepingSeen, 100) << "the destructor burns a core while it waits";
+  EXPECT_FALSE(destroyed) << "the destructor did not wait for the pass";
+  release = true;
+  iterating.join();
+  destroying.join();
+  EXPECT_TRUE(destroyed);
 }
 
 TEST(CallbackList, ChangesMadeDuringAnIterationTakeEffectOnTheNextOne) {

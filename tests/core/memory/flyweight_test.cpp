@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -25,8 +28,25 @@ class Chord : public KWFlyweight {
 };
 
 std::size_t pooledGlyphs() {
-  return _KWPoolOfFlyweights::sharedInstance()->countOfFlyweightsOfClassName("Glyph");
+  return _KWPoolOfFlyweights::sharedInstance()->countOfFlyweightsOfClassName(
+      Glyph::classObject().name());
 }
+
+namespace engraving {
+// Spelled like the Glyph above, in another namespace: another class.
+class Glyph : public KWFlyweight {
+  VTCORE_OBJECT(Glyph, KWFlyweight)
+
+public:
+  double width = 1.5;
+};
+} // namespace engraving
+
+// Declares no class object of its own, so it shares Glyph's pool.
+class BoldGlyph : public Glyph {
+public:
+  int weight = 700;
+};
 
 class FlyweightTest : public testing::Test {
 protected:
@@ -34,6 +54,7 @@ protected:
   void TearDown() override {
     KWFlyweight::releasePoolOfFlyweights(Glyph::classObject());
     KWFlyweight::releasePoolOfFlyweights(Chord::classObject());
+    KWFlyweight::releasePoolOfFlyweights(engraving::Glyph::classObject());
   }
 };
 
@@ -80,6 +101,55 @@ TEST_F(FlyweightTest, AutoRemovalTakesTheLastUserOutOfThePool) {
   glyph->setWillAutoRemoveFromPool(true); // switching it on at count 1 ends it
   EXPECT_EQ(destroyed, 2);
   EXPECT_EQ(pooledGlyphs(), 0u);
+}
+
+TEST_F(FlyweightTest, AClassIsItsFullTypeNotItsSpelling) {
+  auto glyph = makeFlyweight<Glyph>(42, U'g');
+  auto engraved = makeFlyweight<engraving::Glyph>(42);
+  ASSERT_TRUE(engraved);
+  EXPECT_NE(static_cast<vtcore::Object*>(glyph.get()),
+            static_cast<vtcore::Object*>(engraved.get()));
+  EXPECT_EQ(engraved->width, 1.5);
+  EXPECT_EQ(setups, 1) << "the engraving glyph has no setup of its own";
+  // A subclass without a class object of its own gets null, never a Glyph
+  // passed off as a BoldGlyph.
+  EXPECT_FALSE(makeFlyweight<BoldGlyph>(42));
+}
+
+TEST_F(FlyweightTest, HoldersReleasingAtOnceNeverLeaveThePoolTheOnlyHolder) {
+  // Two holders of an auto-removed flyweight let go at the same moment, many
+  // times over: whichever is last must take it out of the pool. The worker
+  // spins rather than sleeps between rounds, so that both releases really
+  // meet.
+  constexpr int kRounds = 10000;
+  vtcore::Ref<Glyph> mine, theirs;
+  std::atomic<int> go{0}, done{0};
+  std::thread worker([&] {
+    for (int round = 1; round <= kRounds; ++round) {
+      while (go.load(std::memory_order_acquire) != round) {
+        if (go.load(std::memory_order_relaxed) < 0)
+          return;
+      }
+      theirs = nullptr;
+      done.store(round, std::memory_order_release);
+    }
+  });
+  int leftInPool = 0, round = 1;
+  for (; round <= kRounds; ++round) {
+    mine = makeFlyweight<Glyph>(7);
+    mine->setWillAutoRemoveFromPool(true);
+    theirs = mine;
+    go.store(round, std::memory_order_release);
+    mine = nullptr;
+    while (done.load(std::memory_order_acquire) != round) {
+    }
+    if ((leftInPool = static_cast<int>(pooledGlyphs())) != 0)
+      break;
+  }
+  go.store(-1, std::memory_order_release);
+  worker.join();
+  EXPECT_EQ(leftInPool, 0) << "left in the pool after round " << round;
+  EXPECT_EQ(destroyed, kRounds);
 }
 
 } // namespace

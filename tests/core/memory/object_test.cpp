@@ -1,6 +1,7 @@
 #include <vtcore/core/memory/objects/object.h>
 
 #include <gtest/gtest.h>
+#include <tests/support/log_capture.h>
 
 #include <thread>
 #include <vector>
@@ -30,12 +31,25 @@ TEST(ObjectLayer, RefsShareOneObjectWhoseClassIsFoundByName) {
     }
     vtcore::Ref<Tracked> moved = std::move(first);
     EXPECT_EQ(moved->retainCount(), 1u);
-    EXPECT_EQ(vtcore::Class::named("Tracked"), &moved->objectClass());
+    EXPECT_EQ(moved->objectClass().name(), "(anonymous namespace)::Tracked") << "its full type";
+    EXPECT_EQ(vtcore::Class::named(moved->objectClass().name()), &moved->objectClass());
     EXPECT_EQ(destroyed, 0);
   }
   EXPECT_EQ(destroyed, 1);
   EXPECT_EQ(vtcore::Class::named("NoSuchClass"), nullptr);
   EXPECT_TRUE(Tracked::classObject().isSubclassOf(vtcore::Object::classObject()));
+}
+
+TEST(ObjectLayer, AClashOfNamesIsReportedAndNeverMerged) {
+  vtcore::test::CapturedLog log;
+  vtcore::Class first("Clash", nullptr);
+  vtcore::Class second("Clash", nullptr);
+  EXPECT_EQ(first.name(), "Clash");
+  EXPECT_EQ(second.name(), "Clash#2");
+  EXPECT_EQ(vtcore::Class::named("Clash#2"), &second);
+  const auto records = log.sink().records();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].level, 3);
 }
 
 TEST(ObjectLayer, AutoreleasedObjectsEndWithTheirInnermostPoolOrTheirThread) {

@@ -75,8 +75,9 @@ TEST_F(SingletonTest, ReleaseAllReleasesEveryRegisteredClassButNeverListsTheColl
   Mixer::sharedInstance();
   Transport::sharedInstance();
   auto names = _KWSingletonCollector::sharedInstance()->registeredClassNames();
-  EXPECT_TRUE(names.contains("Mixer") && names.contains("Transport"));
-  EXPECT_FALSE(names.contains("_KWSingletonCollector"));
+  EXPECT_TRUE(names.contains(Mixer::classObject().name()) &&
+              names.contains(Transport::classObject().name()));
+  EXPECT_FALSE(names.contains(_KWSingletonCollector::classObject().name()));
 
   const int destroyed = mixersDestroyed;
   KWSingleton::releaseAllSingletons();
@@ -84,8 +85,50 @@ TEST_F(SingletonTest, ReleaseAllReleasesEveryRegisteredClassButNeverListsTheColl
   EXPECT_EQ(Mixer::classObject().singleton(), nullptr);
   Transport::sharedInstance();
   EXPECT_EQ(_KWSingletonCollector::sharedInstance()->registeredClassNames(),
-            std::set<std::string>{"Transport"})
+            std::set<std::string>{Transport::classObject().name()})
       << "a fresh collector registers what is requested afterwards";
+}
+
+namespace studio {
+class Mixer : public KWSingleton {
+  KW_SINGLETON(Mixer, KWSingleton)
+  Mixer() = default;
+
+public:
+  int buses = 4;
+};
+} // namespace studio
+
+TEST_F(SingletonTest, ClassesOfOneSpellingInTwoNamespacesAreTwoSingletons) {
+  Mixer* plain = Mixer::sharedInstance();
+  studio::Mixer* other = studio::Mixer::sharedInstance();
+  ASSERT_NE(static_cast<KWSingleton*>(plain), static_cast<KWSingleton*>(other));
+  EXPECT_EQ(other->buses, 4);
+  EXPECT_NE(Mixer::classObject().name(), studio::Mixer::classObject().name());
+  const int destroyed = mixersDestroyed;
+  KWSingleton::releaseAllSingletons();
+  EXPECT_EQ(mixersDestroyed, destroyed + 1) << "the collector released the right class";
+  EXPECT_EQ(studio::Mixer::classObject().singleton(), nullptr);
+}
+
+TEST_F(SingletonTest, RequestsRacingReleaseAllGetAnInstanceTheCollectorKnows) {
+  constexpr int kRounds = 2000;
+  const int made = mixersMade, destroyed = mixersDestroyed;
+  std::atomic<bool> done{false};
+  std::atomic<int> nulls{0};
+  std::thread requester([&] {
+    for (int round = 0; round < kRounds; ++round)
+      if (!Mixer::sharedInstance())
+        ++nulls;
+    done = true;
+  });
+  while (!done)
+    KWSingleton::releaseAllSingletons();
+  requester.join();
+  KWSingleton::releaseAllSingletons();
+  EXPECT_EQ(nulls, 0);
+  EXPECT_EQ(mixersMade - made, mixersDestroyed - destroyed)
+      << "every instance made was released by a collector";
 }
 
 TEST_F(SingletonTest, AClassWithoutStorageRaisesESSingleton) {

@@ -1,6 +1,10 @@
 #include <vtcore/core/memory/callbacks/add_remove_iterate_list.h>
 
+#include <climits>
+#include <linux/futex.h>
 #include <new>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 // The use count only tells the destructor when the list is idle and locks
 // later calls out; it orders nothing else. Add and Remove change it by an
@@ -14,8 +18,41 @@
 // destructor locks the use count and then looks at m_iIterating. Both in
 // sequentially consistent order, so at least one of them sees the other: the
 // iteration returns at once, or the destructor waits for it.
+//
+// The destructor sleeps while it waits (a list may be destroyed while an
+// audio thread runs a long pass). It sets kDestructorWaits in the counter it
+// waits on, by an atomic or; whoever takes the counter down then sees the bit
+// in the value its own atomic subtraction returns, and wakes it. Both are
+// read-modify-writes of the one word, so no wake-up is lost, and the waker
+// touches nothing of the list after its subtraction: the destructor may have
+// finished by then, and a futex wake needs only the address.
 
 namespace {
+
+constexpr std::int32_t kDestructorWaits = 0x40000000;
+
+static_assert(sizeof(std::atomic<std::int32_t>) == sizeof(std::int32_t) &&
+              std::atomic<std::int32_t>::is_always_lock_free);
+
+// Sleeps while `counter` still holds `expected` (returns at once when it no
+// longer does, and now and then for no reason: callers look again).
+void sleepWhile(std::atomic<std::int32_t>& counter, std::int32_t expected) {
+  syscall(SYS_futex, reinterpret_cast<std::int32_t*>(&counter), FUTEX_WAIT_PRIVATE, expected,
+          nullptr, nullptr, 0);
+}
+
+// Wakes the destructor sleeping on the counter at `address`. Takes only the
+// address, which the kernel never dereferences for a wake.
+void wakeDestructor(const void* address) {
+  syscall(SYS_futex, address, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
+
+// Takes one off `counter`, waking a destructor that waits for it.
+void countDown(std::atomic<std::int32_t>& counter, std::memory_order order) {
+  const void* address = &counter;
+  if (counter.fetch_sub(1, order) & kDestructorWaits)
+    wakeDestructor(address);
+}
 
 // Free functions rather than members: members of the exported class would be
 // called through the PLT, which a pass over a few callbacks notices.
@@ -27,7 +64,7 @@ bool enter(std::atomic<std::int32_t>& useCount) {
 }
 
 void leave(std::atomic<std::int32_t>& useCount) {
-  useCount.fetch_sub(1, std::memory_order_release);
+  countDown(useCount, std::memory_order_release);
 }
 
 void walk(CAddRemoveIterateList::SEntry* entry, unsigned message, void* argument) {
@@ -121,17 +158,21 @@ bool CAddRemoveIterateList::Modify(SEntry* chain) {
       previous = previous->next;
     }
   }
+  // Iterate walks a copy of the active list; a change made here, whoever
+  // called, must reach the next pass.
+  if (changed)
+    m_bCallbacksCurrent = false;
   return changed;
 }
 
 void CAddRemoveIterateList::Iterate(unsigned message, void* argument) {
   struct Leave {
     std::atomic<std::int32_t>& iterating;
-    ~Leave() {
-      iterating.store(iterating.load(std::memory_order_relaxed) - 1, std::memory_order_release);
-    }
+    ~Leave() { countDown(iterating, std::memory_order_release); }
   };
-  m_iIterating.store(m_iIterating.load(std::memory_order_relaxed) + 1, std::memory_order_seq_cst);
+  // Read-modify-writes, not plain stores, so that the destructor's waiting
+  // bit is never written over.
+  m_iIterating.fetch_add(1, std::memory_order_seq_cst);
   Leave leaveOnExit{m_iIterating}; // also when a callback throws
   if (m_iUseCount.load(std::memory_order_seq_cst) < 0)
     return;
@@ -140,8 +181,8 @@ void CAddRemoveIterateList::Iterate(unsigned message, void* argument) {
   while (taken && !m_pPending.compare_exchange_weak(taken, nullptr, std::memory_order_seq_cst,
                                                     std::memory_order_relaxed)) {
   }
-  if (taken && Modify(taken))
-    m_bCallbacksCurrent = false;
+  if (taken)
+    Modify(taken);
 
   // A callback that iterates the same list again (on this thread) walks the
   // list itself: the outer pass's array must not move under it.
@@ -172,12 +213,24 @@ void CAddRemoveIterateList::Iterate(unsigned message, void* argument) {
 }
 
 CAddRemoveIterateList::~CAddRemoveIterateList() {
-  std::int32_t idle = 0;
-  while (!m_iUseCount.compare_exchange_weak(idle, -1, std::memory_order_seq_cst,
-                                            std::memory_order_relaxed))
-    idle = 0;
-  while (m_iIterating.load(std::memory_order_seq_cst) != 0) {
+  // Wait for the list to be idle, then lock every later call out.
+  std::int32_t seen = m_iUseCount.fetch_or(kDestructorWaits, std::memory_order_seq_cst);
+  for (;;) {
+    seen |= kDestructorWaits;
+    if (seen == kDestructorWaits) {
+      if (m_iUseCount.compare_exchange_strong(seen, -1, std::memory_order_seq_cst,
+                                              std::memory_order_relaxed))
+        break;
+      continue;
+    }
+    sleepWhile(m_iUseCount, seen);
+    seen = m_iUseCount.load(std::memory_order_seq_cst);
   }
+  // Then for a pass in progress (a pass that starts now sees the lock-out).
+  for (std::int32_t passes =
+           m_iIterating.fetch_or(kDestructorWaits, std::memory_order_seq_cst) | kDestructorWaits;
+       passes != kDestructorWaits; passes = m_iIterating.load(std::memory_order_seq_cst))
+    sleepWhile(m_iIterating, passes);
   for (SEntry* chain : {m_pPending.exchange(nullptr, std::memory_order_acquire), m_pHead}) {
     while (chain) {
       SEntry* next = chain->next;

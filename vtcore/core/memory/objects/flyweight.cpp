@@ -38,29 +38,37 @@ bool KWFlyweight::isEqual(const vtcore::Object* other) const {
 }
 
 void KWFlyweight::release() {
+  // Every release of a flyweight tests and drops under the flyweight's lock,
+  // as one step: two holders releasing at once must not both see three
+  // references and leave the pool as the only holder, for ever.
+  bool last = false;
   {
     std::lock_guard lock(this->lock());
-    // Two references left: the pool's and the caller's last one.
-    if (willAutoRemoveFromPool() && retainCount() == 2)
-      _KWPoolOfFlyweights::sharedInstance()->removeFlyweight(this);
+    unsigned long dropping = 1;
+    // Two references left: the pool's and the caller's last one. The pool's
+    // reference is taken over and dropped here with the caller's.
+    if (willAutoRemoveFromPool() && retainCount() == 2 &&
+        _KWPoolOfFlyweights::sharedInstance()->takeFlyweight(this))
+      dropping = 2;
+    last = dropReferences(dropping);
   }
-  // Outside the lock: this may destroy the flyweight and its lock with it.
-  vtcore::Object::release();
+  // Outside the lock: destroying the flyweight destroys its lock with it.
+  if (last)
+    destroy();
 }
 
 void KWFlyweight::setWillAutoRemoveFromPool(bool flag) {
-  std::unique_lock lock(this->lock());
-  if (flag && !willAutoRemoveFromPool() && retainCount() == 1) {
-    // Only the pool holds it: leaving the pool destroys it. A reference of
-    // our own keeps it alive until this call is done with it.
-    retain();
-    _KWPoolOfFlyweights::sharedInstance()->removeFlyweight(this);
+  bool last = false;
+  {
+    std::lock_guard lock(this->lock());
+    // Only the pool holds it: leaving the pool ends it.
+    if (flag && !willAutoRemoveFromPool() && retainCount() == 1 &&
+        _KWPoolOfFlyweights::sharedInstance()->takeFlyweight(this))
+      last = dropReferences(1);
     m_autoRemoveFromPool.store(flag, std::memory_order_relaxed);
-    lock.unlock();
-    vtcore::Object::release();
-    return;
   }
-  m_autoRemoveFromPool.store(flag, std::memory_order_relaxed);
+  if (last)
+    destroy();
 }
 
 void KWFlyweight::releasePoolOfFlyweights(const vtcore::Class& flyweightClass) {
@@ -83,20 +91,24 @@ KWFlyweight* _KWPoolOfFlyweights::addOrReturnFlyweight(KWFlyweight* flyweight) {
   return nullptr;
 }
 
-void _KWPoolOfFlyweights::removeFlyweight(KWFlyweight* flyweight) {
+bool _KWPoolOfFlyweights::takeFlyweight(KWFlyweight* flyweight) {
   if (!flyweight)
-    return;
-  {
-    std::lock_guard lock(this->lock());
-    auto pool = m_thePool.find(flyweight->objectClass().name());
-    if (pool == m_thePool.end())
-      return;
-    auto found = pool->second.find(flyweight);
-    if (found == pool->second.end() || *found != flyweight)
-      return;
-    pool->second.erase(found);
-  }
-  flyweight->release();
+    return false;
+  std::lock_guard lock(this->lock());
+  auto pool = m_thePool.find(flyweight->objectClass().name());
+  if (pool == m_thePool.end())
+    return false;
+  auto found = pool->second.find(flyweight);
+  if (found == pool->second.end() || *found != flyweight)
+    return false;
+  pool->second.erase(found);
+  return true;
+}
+
+void _KWPoolOfFlyweights::removeFlyweight(KWFlyweight* flyweight) {
+  // Released after the pool's lock is given up (see the lock order above).
+  if (takeFlyweight(flyweight))
+    flyweight->release();
 }
 
 void _KWPoolOfFlyweights::releasePoolOfFlyweightsOfClassName(const std::string& className) {

@@ -79,12 +79,23 @@ private:
 
 /// Makes a flyweight of class `T` from `arguments` and passes it through
 /// initWithHash(`hash`): the result is the new flyweight or the pooled equal
-/// one, with a reference for the caller.
+/// one, with a reference for the caller. `T` must declare its own class
+/// object (VTCORE_OBJECT); when it does not and the pool answers with an
+/// instance of another type, the result is null rather than a mistyped
+/// object.
 template <typename T, typename... Arguments>
 vtcore::Ref<T> makeFlyweight(unsigned hash, Arguments&&... arguments) {
   T* fresh = new T(std::forward<Arguments>(arguments)...);
-  // The pool is keyed by class name, so what comes back is a T.
-  return vtcore::Ref<T>::adopt(static_cast<T*>(fresh->initWithHash(hash)));
+  KWFlyweight* pooled = fresh->initWithHash(hash);
+  // The pool keeps one set per class object; a T whose class declares no
+  // class object of its own (no VTCORE_OBJECT) shares its base's set, and
+  // the pooled instance may then be another type: never hand that out as a
+  // T.
+  if (T* same = dynamic_cast<T*>(pooled))
+    return vtcore::Ref<T>::adopt(same);
+  if (pooled)
+    pooled->release();
+  return {};
 }
 
 /// The pools of flyweights, one set per class name.
@@ -99,6 +110,11 @@ public:
   /// Takes `flyweight` out of its pool, but only when the pooled equal
   /// member is that very object. Ignores null.
   void removeFlyweight(KWFlyweight* flyweight);
+  /// Takes `flyweight` out of its class's set when that very object is
+  /// pooled, handing the pool's reference to the caller without releasing
+  /// it; false (and nothing changes) otherwise. For a release that must drop
+  /// the pool's reference together with its own, under the flyweight's lock.
+  bool takeFlyweight(KWFlyweight* flyweight);
   /// Drops the pool stored under `className` and the references it held.
   void releasePoolOfFlyweightsOfClassName(const std::string& className);
   /// The number of flyweights pooled under `className`.

@@ -2,7 +2,10 @@
 #include <vtcore/core/memory/objects/object.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cxxabi.h>
 #include <functional>
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
@@ -53,13 +56,32 @@ PoolStack& poolStack() {
 
 } // namespace
 
+std::string detail::typeName(const std::type_info& type) {
+  int status = 0;
+  std::unique_ptr<char, decltype(&std::free)> readable(
+      abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
+  return status == 0 && readable ? std::string(readable.get()) : std::string(type.name());
+}
+
 Class::Class(std::string name, const Class* superclass)
     : m_name(std::move(name)), m_superclass(superclass) {
-  auto& classes = registry();
-  std::lock_guard lock(classes.mutex);
-  if (!classes.classes.emplace(m_name, this).second)
-    KWLogCString(4, true, "vtcore", "class name %s is taken: the second class is not found by name",
-                 m_name.c_str());
+  const std::string taken = m_name;
+  {
+    auto& classes = registry();
+    std::lock_guard lock(classes.mutex);
+    if (classes.classes.emplace(m_name, this).second)
+      return;
+    // Keyed by name, the pools and the singleton registry would merge the
+    // two classes and hand out one as the other: the second gets a name of
+    // its own.
+    for (int suffix = 2;; ++suffix) {
+      m_name = taken + "#" + std::to_string(suffix);
+      if (classes.classes.emplace(m_name, this).second)
+        break;
+    }
+  }
+  KWLogCString(3, true, "vtcore", "two classes are both named %s: the second one is known as %s",
+               taken.c_str(), m_name.c_str());
 }
 
 Class::~Class() {

@@ -15,21 +15,35 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 namespace vtcore {
 
 class Object;
 
+namespace detail {
+/// The readable full name of a C++ type ("audio::Glyph"), as the class
+/// objects of VTCORE_OBJECT and KW_SINGLETON name their classes.
+VTCORE_EXPORT std::string typeName(const std::type_info& type);
+} // namespace detail
+
 /// A class object: the name under which a class of the object layer is known,
 /// its superclass and the recursive lock its class-level methods synchronise
 /// on. Class objects live for the whole process; each registers itself by name
 /// when it is made, which happens on the first use of the class (see
 /// VTCORE_OBJECT).
+///
+/// A class's name is its full C++ type ("Glyph", "audio::Glyph",
+/// "(anonymous namespace)::Glyph"), so classes of one spelling in different
+/// namespaces stay apart in the flyweight pools and the singleton registry.
 class VTCORE_EXPORT Class {
 public:
-  /// Registers the class under `name`. A name that is already taken keeps its
-  /// first class: the second one works but is not found by named().
+  /// Registers the class under `name`. Names are unique: when `name` is
+  /// already taken by another class (two anonymous-namespace classes of one
+  /// spelling in different files, say), the clash is logged as an error and
+  /// this class is registered as "<name>#2" (or #3, ...), which name() then
+  /// answers, so the two never share a pool or a registry entry.
   Class(std::string name, const Class* superclass);
   virtual ~Class();
   Class(const Class&) = delete;
@@ -98,6 +112,13 @@ protected:
   /// Destroys the receiver whatever its retain count; for classes that
   /// manage their instances' lifetimes themselves (singletons).
   void destroy() { delete this; }
+  /// Drops `count` references (at most as many as are held) without
+  /// destroying the receiver; true when none is left, and the caller must
+  /// then destroy() it. For subclasses whose release must test and drop in
+  /// one step under a lock of their own.
+  bool dropReferences(unsigned long count) noexcept {
+    return m_retainCount.fetch_sub(count, std::memory_order_acq_rel) == count;
+  }
 
 private:
   std::atomic<unsigned long> m_retainCount{1};
@@ -112,12 +133,13 @@ private:
 ///     ...
 ///   };
 ///
-/// The class is registered under the spelled name the first time its class
+/// The class is registered under its full type name the first time its class
 /// object is used (an instance is made, or classObject() is called).
 #define VTCORE_OBJECT(ClassName, SuperName)                                                        \
 public:                                                                                            \
   static const ::vtcore::Class& classObject() {                                                    \
-    static ::vtcore::Class theClass(#ClassName, &SuperName::classObject());                        \
+    static ::vtcore::Class theClass(::vtcore::detail::typeName(typeid(ClassName)),                 \
+                                    &SuperName::classObject());                                    \
     return theClass;                                                                               \
   }                                                                                                \
   const ::vtcore::Class& objectClass() const override {                                            \

@@ -30,31 +30,36 @@ KWSingleton* KWSingletonClass::sharedInstance() {
   // releases its flyweights.
   if (KWSingleton* existing = singleton())
     return existing;
-  KWSingleton* created = nullptr;
-  {
+  KWSingletonClass& collectorClass = _KWSingletonCollector::classObject();
+  if (this == &collectorClass) {
     std::lock_guard lock(this->lock());
     if (KWSingleton* existing = singleton())
       return existing;
-    created = allocWithZone();
+    return allocWithZone();
   }
-  // The new instance is registered outside this class's lock:
-  // releaseAllSingletons() holds the collector's class lock while it takes
-  // the lock of every registered class, and taking the two the other way
-  // round here could deadlock.
+  // Made and registered in one step under the collector's class lock, taken
+  // before this class's own (the order releaseAllSingletons() takes them
+  // in): a release of all singletons running meanwhile either comes first,
+  // and this call makes an instance that the next collector knows, or comes
+  // after and releases it. No call ever sees the class without an instance
+  // it just made, or an instance that no collector lists.
+  std::lock_guard collectorLock(collectorClass.lock());
+  std::lock_guard lock(this->lock());
+  if (KWSingleton* existing = singleton())
+    return existing;
+  KWSingleton* created = allocWithZone();
   if (created)
     _KWSingletonCollector::sharedInstance()->_addSingleton(created);
-  std::lock_guard lock(this->lock());
-  return singleton();
+  return created;
 }
 
 void KWSingletonClass::releaseSharedInstance() {
-  // Unregistered by name before this class's lock is taken, and only from a
-  // collector that exists: the collector's class lock always comes before a
-  // class's own (releaseAllSingletons() holds it while it releases each
-  // class), never after.
-  if (this != &_KWSingletonCollector::classObject()) {
-    KWSingletonClass& collectorClass = _KWSingletonCollector::classObject();
-    std::lock_guard lock(collectorClass.lock());
+  // The collector's class lock comes before a class's own, as in
+  // sharedInstance(); it is recursive, so the collector's destructor (which
+  // runs under it) releases each class through this same path.
+  KWSingletonClass& collectorClass = _KWSingletonCollector::classObject();
+  std::lock_guard collectorLock(collectorClass.lock());
+  if (this != &collectorClass) {
     if (auto* collector = static_cast<_KWSingletonCollector*>(collectorClass.singleton()))
       collector->_removeSingletonClass(name());
   }

@@ -104,7 +104,8 @@ private:
 #define VTCORE_SINGLETON_CLASS_BODY(ClassName, SuperName, ClassObjectType)                         \
 public:                                                                                            \
   static KWSingletonClass& classObject() {                                                         \
-    static ClassObjectType theClass(#ClassName, &SuperName::classObject(),                         \
+    static ClassObjectType theClass(::vtcore::detail::typeName(typeid(ClassName)),                 \
+                                    &SuperName::classObject(),                                     \
                                     []() -> KWSingleton* { return new ClassName(); });             \
     return theClass;                                                                               \
   }                                                                                                \

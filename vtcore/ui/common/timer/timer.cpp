@@ -1,5 +1,6 @@
 #include <vtcore/ui/common/timer/timer.h>
 
+#include <QThread>
 #include <QTimer>
 
 #include <climits>
@@ -48,12 +49,33 @@ void KwTimerProxy::action(QTimer* /*timer*/) {
 KwTimer::KwTimer(double interval, QObject* target, const char* selector, QVariant userInfo,
                  bool repeats)
     : m_interval(sanitizedInterval(interval)), m_repeats(repeats),
-      m_timer(std::make_unique<QTimer>()),
       m_proxy(std::make_unique<KwTimerProxy>(target, selector, std::move(userInfo), this)) {
+  makeTimerOnThisThread();
+}
+
+void KwTimer::makeTimerOnThisThread() {
+  retireTimer();
+  m_timer = std::make_unique<QTimer>();
   m_timer->setTimerType(Qt::PreciseTimer);
   QTimer* timer = m_timer.get();
   KwTimerProxy* proxy = m_proxy.get();
-  QObject::connect(timer, &QTimer::timeout, proxy, [proxy, timer] { proxy->action(timer); });
+  // The Qt timer is the context: the proxy runs directly on the thread whose
+  // event loop the timer fires on, whichever thread made the KwTimer.
+  QObject::connect(timer, &QTimer::timeout, timer, [proxy, timer] { proxy->action(timer); });
+}
+
+void KwTimer::retireTimer() {
+  if (!m_timer)
+    return;
+  QTimer* old = m_timer.release();
+  old->disconnect();
+  // A Qt object may only be deleted on its own thread: one of another thread
+  // is handed to that thread's event loop (it is stopped and disconnected,
+  // so nothing of it fires meanwhile).
+  if (old->thread() == QThread::currentThread())
+    delete old;
+  else
+    old->deleteLater();
 }
 
 KwTimer::KwTimer(double interval, QObject* target, const char* selector, QVariant userInfo)
@@ -61,6 +83,7 @@ KwTimer::KwTimer(double interval, QObject* target, const char* selector, QVarian
 
 KwTimer::~KwTimer() {
   stop();
+  retireTimer();
 }
 
 void KwTimer::start() {
@@ -70,6 +93,11 @@ void KwTimer::start() {
 void KwTimer::startWithTimeInterval(double seconds) {
   if (isActive())
     return;
+  // A run belongs to the event loop of the thread that starts it, and Qt
+  // starts a timer only on its own thread: a start on another thread gets a
+  // Qt timer of that thread.
+  if (m_timer->thread() != QThread::currentThread())
+    makeTimerOnThisThread();
   // The Qt timer stops itself before its timeout when it is single-shot, so
   // the owner is already stopped when the proxy runs; the proxy stops it
   // again all the same, which keeps fire() and a real firing alike.
@@ -78,7 +106,9 @@ void KwTimer::startWithTimeInterval(double seconds) {
 }
 
 void KwTimer::stop() {
-  if (m_timer)
+  // Only the thread of the run can stop it (Qt refuses a stop from another
+  // thread and warns).
+  if (m_timer && m_timer->thread() == QThread::currentThread())
     m_timer->stop();
 }
 

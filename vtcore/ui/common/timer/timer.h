@@ -12,8 +12,12 @@
 // signal fired() is emitted. A timer that does not repeat is stopped before
 // either happens, so isActive() answers false inside the action.
 //
-// A KwTimer belongs to the thread that created it: its runs are scheduled on
-// that thread's event loop. It takes no locks.
+// A run belongs to the thread whose event loop it was started on: start() on
+// a worker thread schedules the run on that worker's event loop, and the
+// action is sent there, whichever thread made the KwTimer. stop(), fire()
+// and isActive() are for the thread of the current run (a stop from another
+// thread does nothing); the KwTimer may be destroyed on any thread once its
+// run has stopped. It takes no locks.
 #pragma once
 
 #include <vtcore/export.h>
@@ -109,6 +113,11 @@ Q_SIGNALS:
 
 private:
   friend class KwTimerProxy;
+
+  // A fresh Qt timer on the calling thread, replacing the old one.
+  void makeTimerOnThisThread();
+  // Gives up the Qt timer, deleting it on its own thread.
+  void retireTimer();
 
   double m_interval;
   bool m_repeats;
