@@ -14,5 +14,7 @@
 #include <vtcore/ui/common/timer/timer.h>
 
 // Controls
+#include <vtcore/ui/controls/formatter_delegate/value_formatter_delegate.h>
+#include <vtcore/ui/controls/octave_picker/octave_picker_view.h>
 
 // Views
