@@ -3,7 +3,7 @@
 
 #include <QApplication>
 #include <QMouseEvent>
-#include <QPainter>
+#include <QPointer>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -188,6 +188,25 @@ TEST(DfOctavePickerView, SendsNoActionWithoutTargetOrAction) {
     // The signal is for connect() users and comes regardless.
     EXPECT_EQ(moved.count(), 1);
   }
+}
+
+// Closing the picker is a plausible answer to its action.
+class Closer : public QObject {
+  Q_OBJECT
+public Q_SLOTS:
+  void close(DfOctavePickerView* view) { delete view; }
+};
+
+TEST(DfOctavePickerView, TargetMayDeleteTheViewInItsAction) {
+  Closer closer;
+  auto* view = new DfOctavePickerView(QRect(), true);
+  view->setTarget(&closer);
+  view->setAction("close(DfOctavePickerView*)");
+  const QPointer<DfOctavePickerView> alive(view);
+  const QMouseEvent event(QEvent::MouseButtonPress, QPointF(300, 20), QPointF(300, 20),
+                          Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+  view->setKeyRangeForMouseEvent(&event, 7);
+  EXPECT_TRUE(alive.isNull());
 }
 
 // Paints the view into an image at a device pixel ratio, as a screen of that

@@ -98,16 +98,20 @@ public:
   /// The marker's rectangle in view coordinates, with w the key width:
   /// x = floor(location * w) + 6, right = floor(w * (location + length) - 1)
   /// + 6, y = 0, height = the view's height. Computed in double precision, so
-  /// it is exact for any stored range, also one far outside the view (and its
-  /// width is negative for an empty range).
+  /// that no stored range overflows it, however far outside the view it lies
+  /// (the width is negative for an empty range).
   QRectF rangeRect() const;
 
   /// Moves the marker to the mouse and sends the action: the key under the
-  /// event's x, less the grab offset, not below 0, snapped down to a multiple
-  /// of `raster` when it is above 1, and pushed back so that the marker ends
-  /// at the keyboard's right end at the latest. The length does not change;
-  /// a marker longer than the whole keyboard goes to location 0. Does
-  /// nothing for a null event.
+  /// event's x less the grab offset (where in the marker the last press took
+  /// hold of it; -1 before the first press and while drags are ignored), not
+  /// below 0, snapped down to a multiple of `raster` when it is above 1, and
+  /// pushed back so that the marker ends at the keyboard's right end at the
+  /// latest. The length does not change; a marker longer than the whole
+  /// keyboard goes to location 0. Then emits keyRangeMoved. Does nothing for
+  /// a null event. The view touches nothing of itself after sending the
+  /// action, so the target may delete it there (from inside a mouse event
+  /// handler, deleteLater is still the safe way in Qt).
   void setKeyRangeForMouseEvent(const QMouseEvent* event, int raster);
 
   /// The host's event answers. Qt has no counterpart for asking a view about
