@@ -120,24 +120,21 @@ QWidget* makeBorderViewSample() {
 
 QWidget* makeImagesSample() {
   auto* sample = new QWidget;
-  auto* row = new QHBoxLayout(sample);
+  // One image a line, its name below it: pictures as wide as a keyboard do
+  // not fit side by side.
+  auto* column = new QVBoxLayout(sample);
   const QStringList files =
       QDir(QStringLiteral(":/vtcore/images")).entryList({QStringLiteral("*.png")}, QDir::Files);
   for (const QString& file : files) {
     if (file.contains(QLatin1String("@2x")))
       continue;
     const QString name = file.chopped(4);
-    auto* cell = new QVBoxLayout;
     auto* picture = new QLabel;
     picture->setPixmap(QPixmap::fromImage(kw_loadQuillonBundleImage(name)));
-    picture->setAlignment(Qt::AlignCenter);
-    auto* caption = new QLabel(QStringLiteral("\"%1\"").arg(name));
-    caption->setAlignment(Qt::AlignCenter);
-    cell->addWidget(picture);
-    cell->addWidget(caption);
-    row->addLayout(cell);
+    column->addWidget(picture);
+    column->addWidget(new QLabel(QStringLiteral("\"%1\"").arg(name)));
   }
-  row->addStretch(1);
+  column->addStretch(1);
   return sample;
 }
 

@@ -71,6 +71,7 @@ void addPicker(QVBoxLayout* column, QWidget* sample, bool large, int dragRaster)
 QWidget* makeOctavePickerSample() {
   auto* sample = new QWidget;
   auto* column = new QVBoxLayout(sample);
+  column->setContentsMargins(0, 0, 0, 0);
   addPicker(column, sample, true, 1);
   column->addSpacing(8);
   addPicker(column, sample, false, 7);
