@@ -1,6 +1,6 @@
 // Samples of the widget gallery.
 //
-// A file tools/gallery/m_page<area>.cpp makes one sample per widget and
+// A file tools/gallery/page_<area>.cpp makes one sample per widget and
 // registers it with a static registrar object:
 //
 //   static vtcore::gallery::Sample timer{10, "KwTimer", "A restartable timer...", makeTimer};

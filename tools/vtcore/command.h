@@ -1,6 +1,6 @@
 // Subcommands and tour steps of the vtcore tool.
 //
-// A file tools/vtcore/m_cmd<area>.cpp defines its subcommands and tour steps
+// A file tools/vtcore/cmd_<area>.cpp defines its subcommands and tour steps
 // and registers them with static registrar objects:
 //
 //   static vtcore::cli::Register reg{{"crc32", "[FILE|-]", "CRC-32 of a file", runCrc32}};
