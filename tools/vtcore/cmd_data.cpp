@@ -73,8 +73,8 @@ std::optional<std::uint64_t> regularFileSize(std::FILE* f) {
 
 // ---- crc16, crc32 ------------------------------------------------------------
 
-int runCrc16(Args args) {
-  const std::string text = argumentsOrStandardInput(args);
+int runCrc16(const Invocation& call) {
+  const std::string text = argumentsOrStandardInput(call.operands());
   if (text.size() >= 65536)
     return fail("crc16", "TEXT must be shorter than 65,536 bytes");
   if (text.find('\0') != std::string::npos)
@@ -83,7 +83,8 @@ int runCrc16(Args args) {
   return 0;
 }
 
-int runCrc32(Args args) {
+int runCrc32(const Invocation& call) {
+  const auto& args = call.operands();
   if (args.size() > 1)
     return usage("crc32");
   const std::string path = args.empty() ? "-" : args[0];
@@ -104,7 +105,8 @@ int runCrc32(Args args) {
 
 // ---- compress, decompress ---------------------------------------------------
 
-int runZlib(const char* name, Args args, bool compressing) {
+int runZlib(const char* name, const Invocation& call, bool compressing) {
+  const auto& args = call.operands();
   if (args.size() > 2)
     return usage(name);
   const std::string inPath = args.size() > 0 ? args[0] : "-";
@@ -133,11 +135,11 @@ int runZlib(const char* name, Args args, bool compressing) {
   return 0;
 }
 
-int runCompress(Args args) {
-  return runZlib("compress", args, true);
+int runCompress(const Invocation& call) {
+  return runZlib("compress", call, true);
 }
-int runDecompress(Args args) {
-  return runZlib("decompress", args, false);
+int runDecompress(const Invocation& call) {
+  return runZlib("decompress", call, false);
 }
 
 // ---- convert-samples ----------------------------------------------------------
@@ -195,25 +197,16 @@ private:
   int m_last = -1;
 };
 
-int runConvertSamples(Args args) {
+int runConvertSamples(const Invocation& call) {
   const char* name = "convert-samples";
-  std::string secondPath;
-  bool deinterleave = false;
-  bool interleave = false;
-  std::size_t i = 0;
-  for (; i < args.size() && args[i].starts_with("--"); i += 2) {
-    if (i + 1 >= args.size())
-      return usage(name);
-    if (args[i] == "--deinterleave")
-      deinterleave = true;
-    else if (args[i] == "--interleave")
-      interleave = true;
-    else
-      return usage(name);
-    secondPath = args[i + 1];
-  }
-  if (args.size() - i != 4 || (deinterleave && interleave))
+  const auto& args = call.operands();
+  const bool deinterleave = call.has("deinterleave");
+  const bool interleave = call.has("interleave");
+  if (args.size() != 4 || (deinterleave && interleave))
     return usage(name);
+  const std::string secondPath =
+      call.value(deinterleave ? "deinterleave" : "interleave").value_or("");
+  const std::size_t i = 0;
   const SampleFormat* from = findFormat(args[i]);
   const SampleFormat* to = findFormat(args[i + 1]);
   if (!from || !to) {
@@ -285,17 +278,19 @@ int runConvertSamples(Args args) {
 }
 
 Register crc16Command{
-    {"crc16", "[TEXT...]", "CRC-16/AUG-CCITT of a text (or standard input)", runCrc16}};
-Register crc32Command{{"crc32", "[FILE|-]", "CRC-32 of a file or standard input", runCrc32}};
+    {"crc16", "[TEXT...]", "CRC-16/AUG-CCITT of a text (or standard input)", {}, runCrc16}};
+Register crc32Command{{"crc32", "[FILE|-]", "CRC-32 of a file or standard input", {}, runCrc32}};
 Register compressCommand{
-    {"compress", "[IN|- [OUT|-]]", "compress into a bare zlib stream", runCompress}};
+    {"compress", "[IN|- [OUT|-]]", "compress into a bare zlib stream", {}, runCompress}};
 Register decompressCommand{
-    {"decompress", "[IN|- [OUT|-]]", "expand a bare zlib stream", runDecompress}};
+    {"decompress", "[IN|- [OUT|-]]", "expand a bare zlib stream", {}, runDecompress}};
 Register convertCommand{
     {"convert-samples",
      "[--deinterleave OUT2 | --interleave IN2] FROM TO IN|- OUT|-   (FROM/TO: s8 u8 s16be s16le "
      "s24be s24le s32be s32le f32be f32le f64be)",
      "convert raw PCM samples between formats, optionally splitting or joining two channels",
+     {{"deinterleave", 0, "OUT2", "split two interleaved channels: the second goes to OUT2"},
+      {"interleave", 0, "IN2", "join IN with a second channel read from IN2"}},
      runConvertSamples}};
 
 // ---- Tour ---------------------------------------------------------------------

@@ -12,13 +12,11 @@ namespace {
 
 using namespace vtcore::cli;
 
-int runLog(Args args) {
+int runLog(const Invocation& call) {
+  const auto& args = call.operands();
   if (args.size() < 2)
     return usage("log");
-  char* end = nullptr;
-  long level = std::strtol(args[0].c_str(), &end, 10);
-  if (*end != '\0' || level < 0 || level > 7)
-    return fail("log", "LEVEL must be a number from 0 to 7");
+  const long long level = integerArgument("LEVEL", args[0], 0, 7);
   std::string message;
   for (std::size_t i = 1; i < args.size(); ++i)
     message += (i > 1 ? " " : "") + args[i];
@@ -28,8 +26,11 @@ int runLog(Args args) {
   return 0;
 }
 
-Register logCommand{{"log", "LEVEL MESSAGE...",
-                     "log a message at a syslog level (0-7) to the journal and stderr", runLog}};
+Register logCommand{{"log",
+                     "LEVEL MESSAGE...",
+                     "log a message at a syslog level (0-7) to the journal and stderr",
+                     {},
+                     runLog}};
 
 void tourLog() {
   std::cout << "A logged line, with its banner (date, time, process[pid:thread] tag):\n"

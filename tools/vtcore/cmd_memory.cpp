@@ -19,17 +19,6 @@ namespace {
 
 using namespace vtcore::cli;
 
-std::optional<unsigned long> parseNumber(const std::string& text, unsigned long max) {
-  if (text.empty() || text[0] == '-')
-    return std::nullopt;
-  char* end = nullptr;
-  errno = 0;
-  const unsigned long value = std::strtoul(text.c_str(), &end, 10);
-  if (*end != '\0' || errno != 0 || value > max)
-    return std::nullopt;
-  return value;
-}
-
 // --- leaks: plant leaks inside a leak-guard scope and report them -----------
 
 __attribute__((noinline)) void* plantLeak(std::size_t size) {
@@ -50,22 +39,7 @@ __attribute__((noinline)) std::vector<void*> leakInScope(unsigned long count, st
   return leaked;
 }
 
-int runLeaks(Args args) {
-  if (args.size() > 2)
-    return usage("leaks");
-  unsigned long count = 2, size = 48;
-  if (args.size() >= 1) {
-    auto parsed = parseNumber(args[0], 1000);
-    if (!parsed)
-      return usage("leaks");
-    count = *parsed;
-  }
-  if (args.size() == 2) {
-    auto parsed = parseNumber(args[1], 1ul << 20);
-    if (!parsed || *parsed == 0)
-      return usage("leaks");
-    size = *parsed;
-  }
+int reportPlantedLeaks(unsigned long count, std::size_t size) {
   if (!vtcore::mallocZoneInterposed())
     return fail("leaks", "this build uses a sanitizer's allocator: the leak guard cannot hook it");
   vtcore::setLeakGuardEnabled(true);
@@ -78,14 +52,29 @@ int runLeaks(Args args) {
   return 0;
 }
 
-Register leaksCommand{{"leaks", "[COUNT [SIZE]]",
+int runLeaks(const Invocation& call) {
+  const auto& args = call.operands();
+  if (args.size() > 2)
+    return usage("leaks");
+  unsigned long count = 2, size = 48;
+  if (args.size() >= 1)
+    count = static_cast<unsigned long>(integerArgument("COUNT", args[0], 0, 1000));
+  if (args.size() == 2)
+    size = static_cast<unsigned long>(integerArgument("SIZE", args[1], 1, 1 << 20));
+  return reportPlantedLeaks(count, size);
+}
+
+Register leaksCommand{{"leaks",
+                       "[COUNT [SIZE]]",
                        "plant COUNT leaks of SIZE bytes and a strdup in a leak-guard scope "
                        "and print the guard's report",
+                       {},
                        runLeaks}};
 
 // --- memory-reserve: options and probe -----------------------------------------
 
-int runReserve(Args args) {
+int runReserve(const Invocation& call) {
+  const auto& args = call.operands();
   if (!args.empty() && args.size() != 2)
     return usage("memory-reserve");
   std::cout << "reserve held by this build: "
@@ -95,13 +84,12 @@ int runReserve(Args args) {
   for (unsigned option = 0; option < 6; ++option)
     std::cout << "  " << names[option] << " = " << KWMemoryReserveGetOption(option) << "\n";
   if (args.size() == 2) {
-    auto size = parseNumber(args[0], 1ul << 30);
-    auto fragment = parseNumber(args[1], 1ul << 30);
-    if (!size || !fragment)
-      return usage("memory-reserve");
+    const auto size = static_cast<unsigned long>(integerArgument("SIZE_MB", args[0], 0, 1 << 30));
+    const auto fragment =
+        static_cast<unsigned long>(integerArgument("FRAGMENT_MB", args[1], 0, 1 << 30));
     KWMemoryReserveEnter(nullptr, nullptr);
-    const int available = KWMemoryReserveTestAvailableMemory(*size << 20, *fragment << 20);
-    std::cout << "probe of " << *size << " MB in fragments of at least " << *fragment
+    const int available = KWMemoryReserveTestAvailableMemory(size << 20, fragment << 20);
+    std::cout << "probe of " << size << " MB in fragments of at least " << fragment
               << " MB: " << (available ? "available" : "not available") << " (level "
               << KWMemoryReserveGetLowMemoryLevel() << ")\n";
     KWMemoryReserveExit();
@@ -109,13 +97,16 @@ int runReserve(Args args) {
   return 0;
 }
 
-Register reserveCommand{{"memory-reserve", "[SIZE_MB FRAGMENT_MB]",
+Register reserveCommand{{"memory-reserve",
+                         "[SIZE_MB FRAGMENT_MB]",
                          "show the memory reserve's options; probe SIZE_MB in fragments",
+                         {},
                          runReserve}};
 
 // --- defaults: the user-defaults store of an application ---------------------
 
-int runDefaults(Args args) {
+int runDefaults(const Invocation& call) {
+  const auto& args = call.operands();
   if (args.empty())
     return usage("defaults");
   const std::string& action = args[0];
@@ -144,9 +135,11 @@ int runDefaults(Args args) {
   return usage("defaults");
 }
 
-Register defaultsCommand{{"defaults", "path | get KEY | set KEY VALUE | remove KEY",
+Register defaultsCommand{{"defaults",
+                          "path | get KEY | set KEY VALUE | remove KEY",
                           "read or write the user-defaults store of this application "
                           "(VTCORE_DEFAULTS_FILE names another file)",
+                          {},
                           runDefaults}};
 
 // --- tour ----------------------------------------------------------------------
@@ -196,8 +189,7 @@ void tourLeakGuard() {
   }
   std::cout << "A scope that leaks two 48-byte blocks and a strdup, with the guard's report:\n"
             << std::flush;
-  const std::vector<std::string> noArguments;
-  runLeaks(Args(noArguments));
+  reportPlantedLeaks(2, 48);
 }
 
 void tourDefaults() {

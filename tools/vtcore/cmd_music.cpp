@@ -29,17 +29,6 @@ using namespace vtcore::cli;
 
 constexpr std::size_t kBlockHeaderBytes = 1024;
 
-std::optional<long long> parseInteger(const std::string& text) {
-  if (text.empty())
-    return std::nullopt;
-  errno = 0;
-  char* end = nullptr;
-  const long long value = std::strtoll(text.c_str(), &end, 0);
-  if (*end != '\0' || errno == ERANGE)
-    return std::nullopt;
-  return value;
-}
-
 const char* formatNickname(std::uint32_t format) {
   static const char* const names[] = {"none", "mono", "stereo", "quad",    "LCRS",
                                       "5.1",  "6.1",  "7.1",    "7.1 SDDS"};
@@ -164,20 +153,15 @@ std::string speakerPicture(std::uint32_t format) {
   return svg.str();
 }
 
-int runChannels(Args args) {
+int runChannels(const Invocation& call) {
   std::optional<std::uint32_t> format;
-  std::string svgFile;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--svg") {
-      if (++i == args.size())
-        return usage("channels");
-      svgFile = args[i];
-    } else if (auto value = parseInteger(args[i]); value && !format && *value >= 1 && *value <= 8) {
-      format = static_cast<std::uint32_t>(*value);
-    } else {
-      return usage("channels");
-    }
-  }
+  if (call.operands().size() > 1)
+    return usage("channels");
+  if (!call.operands().empty())
+    format = static_cast<std::uint32_t>(integerArgument("FORMAT", call.operands()[0], 1, 8));
+  const std::string svgFile = call.value("svg").value_or("");
+  if (call.has("svg") && svgFile.empty())
+    throw UsageError("--svg needs a file name");
   if (!svgFile.empty()) {
     if (!format)
       return usage("channels");
@@ -196,26 +180,18 @@ int runChannels(Args args) {
   return 0;
 }
 
-Register channelsCommand{{"channels", "[FORMAT 1-8] [--svg FILE]",
+Register channelsCommand{{"channels",
+                          "[FORMAT 1-8] [--svg FILE]",
                           "surround formats: channels, mask, host labels and tags, angles; "
                           "--svg draws the speakers",
+                          {{"svg", 0, "FILE", "draw the speakers of FORMAT as an SVG picture"}},
                           runChannels}};
 
-int runMidi(Args args) {
+int runMidi(const Invocation& call) {
   int style = 0;
-  std::vector<std::string> values;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--style") {
-      if (++i == args.size())
-        return usage("midi");
-      auto value = parseInteger(args[i]);
-      if (!value || *value < INT32_MIN || *value > INT32_MAX)
-        return usage("midi");
-      style = static_cast<int>(*value);
-    } else {
-      values.push_back(args[i]);
-    }
-  }
+  if (auto text = call.value("style"))
+    style = static_cast<int>(integerArgument("--style", *text, INT32_MIN, INT32_MAX));
+  const std::vector<std::string>& values = call.operands();
   if (values.empty())
     return usage("midi");
   KWMIDIFormatter formatter;
@@ -224,11 +200,10 @@ int runMidi(Args args) {
     // A number is handed over as a number object; anything else as a string
     // object, which the formatter shows as the empty text.
     std::any value;
-    char* end = nullptr;
-    if (auto integer = parseInteger(text))
+    if (auto integer = readInteger(text, LLONG_MIN, LLONG_MAX))
       value = *integer;
-    else if (double real = std::strtod(text.c_str(), &end); !text.empty() && *end == '\0')
-      value = real;
+    else if (auto real = readReal(text))
+      value = *real;
     else
       value = text;
     std::string shown;
@@ -238,9 +213,12 @@ int runMidi(Args args) {
   return 0;
 }
 
-Register midiCommand{{"midi", "[--style N] VALUE...",
-                      "MIDI values as text: style 0 decimal, 1 signed, 2 hexadecimal, 3 note name",
-                      runMidi}};
+Register midiCommand{
+    {"midi",
+     "[--style N] VALUE...",
+     "MIDI values as text: style 0 decimal, 1 signed, 2 hexadecimal, 3 note name",
+     {{"style", 0, "N", "note style: 0 decimal, 1 signed, 2 hexadecimal, 3 note name"}},
+     runMidi}};
 
 std::optional<std::vector<unsigned char>> readFile(const std::string& name) {
   std::ifstream in(name, std::ios::binary);
@@ -263,17 +241,15 @@ std::uint32_t headerWord(const std::vector<unsigned char>& block, std::size_t in
 // made-up signature ('VTtr'), a version, the record count and the record
 // size; the records are random but reproducible (fixed seed).
 int makeBlock(const std::string& countText, const std::string& file) {
-  const auto count = parseInteger(countText);
-  if (!count || *count < 0 || *count > 10'000'000)
-    return usage("transients");
-  std::vector<unsigned char> block(kBlockHeaderBytes + static_cast<std::size_t>(*count) * 36);
-  const std::uint32_t header[4] = {0x56547472, 1, static_cast<std::uint32_t>(*count), 36};
+  const long long count = integerArgument("N", countText, 0, 10'000'000);
+  std::vector<unsigned char> block(kBlockHeaderBytes + static_cast<std::size_t>(count) * 36);
+  const std::uint32_t header[4] = {0x56547472, 1, static_cast<std::uint32_t>(count), 36};
   std::memcpy(block.data(), header, sizeof header);
   std::mt19937_64 random(20261122);
   std::uniform_int_distribution<std::int64_t> step(1, 44100);
   std::uniform_real_distribution<float> energy(0.0f, 1.0f), freq(20.0f, 20000.0f);
   std::int64_t pos = 0;
-  for (long long i = 0; i < *count; ++i) {
+  for (long long i = 0; i < count; ++i) {
     CTransient transient;
     pos += step(random);
     transient.pos = pos;
@@ -288,25 +264,20 @@ int makeBlock(const std::string& countText, const std::string& file) {
             static_cast<std::streamsize>(block.size()));
   if (!out.flush())
     return fail("transients", "cannot write " + file);
-  std::cout << "wrote " << file << ": " << *count << " transients, " << block.size() << " bytes\n";
+  std::cout << "wrote " << file << ": " << count << " transients, " << block.size() << " bytes\n";
   return 0;
 }
 
-int runTransients(Args args) {
-  if (args.size() == 3 && args[0] == "--make")
-    return makeBlock(args[1], args[2]);
-  std::string file;
-  bool swap = false;
-  for (const auto& arg : args) {
-    if (arg == "--swap")
-      swap = true;
-    else if (file.empty() && !arg.empty() && arg[0] != '-')
-      file = arg;
-    else
+int runTransients(const Invocation& call) {
+  if (auto count = call.value("make")) {
+    if (call.operands().size() != 1 || call.has("swap"))
       return usage("transients");
+    return makeBlock(*count, call.operands()[0]);
   }
-  if (file.empty())
+  if (call.operands().size() != 1 || call.operands()[0] == "-")
     return usage("transients");
+  const std::string& file = call.operands()[0];
+  const bool swap = call.has("swap");
   auto block = readFile(file);
   if (!block)
     return fail("transients", "cannot read " + file);
@@ -339,9 +310,12 @@ int runTransients(Args args) {
   return 0;
 }
 
-Register transientsCommand{{"transients", "FILE [--swap] | --make N FILE",
+Register transientsCommand{{"transients",
+                            "FILE [--swap] | --make N FILE",
                             "print a stored transient block (optionally byte-swapped), or "
                             "write a sample block of N transients",
+                            {{"swap", 0, "", "swap the block's byte order before printing it"},
+                             {"make", 0, "N", "write a sample block of N transients to FILE"}},
                             runTransients}};
 
 void printMenu(bool debug) {
@@ -357,8 +331,8 @@ void printMenu(bool debug) {
             << CDotAPI::MaxInterleave() << "\n";
 }
 
-int runDispatch(Args args) {
-  if (!args.empty())
+int runDispatch(const Invocation& call) {
+  if (!call.operands().empty())
     return usage("dispatch");
   printMenu(false);
   printMenu(true);
@@ -366,8 +340,11 @@ int runDispatch(Args args) {
   return 0;
 }
 
-Register dispatchCommand{
-    {"dispatch", "", "the code-path menu in the release and debug configurations", runDispatch}};
+Register dispatchCommand{{"dispatch",
+                          "",
+                          "the code-path menu in the release and debug configurations",
+                          {},
+                          runDispatch}};
 
 // --- tour -------------------------------------------------------------
 

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -23,7 +24,8 @@ std::string utf8(const icu::UnicodeString& text) {
   return text.toUTF8String(out);
 }
 
-int runAppInfo(Args args) {
+int runAppInfo(const Invocation& call) {
+  const auto& args = call.operands();
   if (args.size() > 2)
     return usage("appinfo");
   if (args.size() > 0)
@@ -36,23 +38,23 @@ int runAppInfo(Args args) {
   return 0;
 }
 
-int runCheckMemory(Args args) {
-  if (args.size() != 1 || args[0].empty() || args[0][0] == '-')
+int runCheckMemory(const Invocation& call) {
+  if (call.operands().size() != 1)
     return usage("checkmemory");
-  char* end = nullptr;
-  errno = 0;
-  const unsigned long long size = std::strtoull(args[0].c_str(), &end, 10);
-  if (*end != '\0' || errno == ERANGE)
-    return fail("checkmemory", "SIZE must be a whole number of bytes");
+  const auto size = static_cast<unsigned long long>(
+      integerArgument("SIZE", call.operands()[0], 0, std::numeric_limits<long long>::max()));
   const bool available = LowMemoryNotificationCenter::CheckMemory(size);
   std::cout << size << " bytes " << (available ? "can" : "cannot") << " be allocated now\n";
   return 0;
 }
 
-Register appInfoCommand{{"appinfo", "[NAME [VERSION]]",
-                         "print the application name, version and system version", runAppInfo}};
+Register appInfoCommand{{"appinfo",
+                         "[NAME [VERSION]]",
+                         "print the application name, version and system version",
+                         {},
+                         runAppInfo}};
 Register checkMemoryCommand{
-    {"checkmemory", "SIZE", "tell whether SIZE bytes can be allocated now", runCheckMemory}};
+    {"checkmemory", "SIZE", "tell whether SIZE bytes can be allocated now", {}, runCheckMemory}};
 
 // --- tour -------------------------------------------------------------------
 

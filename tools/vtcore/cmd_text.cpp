@@ -65,7 +65,8 @@ std::optional<std::string> parseHex(const std::string& text) {
   return out;
 }
 
-int runUtf8(Args args) {
+int runUtf8(const Invocation& call) {
+  const auto& args = call.operands();
   if (args.empty())
     return usage("utf8");
   const std::string action = args[0];
@@ -74,29 +75,18 @@ int runUtf8(Args args) {
   if (action == "copy") {
     if (args.size() < 2)
       return usage("utf8");
-    char* end = nullptr;
-    errno = 0;
-    unsigned long long value = std::strtoull(args[1].c_str(), &end, 10);
-    if (args[1].empty() || *end != '\0' || args[1][0] == '-' || errno != 0 || value > (1u << 30)) {
-      std::fprintf(stderr, "vtcore utf8: BYTES must be a number from 0 to %u\n", 1u << 30);
-      return usage("utf8");
-    }
-    capacity = static_cast<std::size_t>(value);
+    capacity = static_cast<std::size_t>(integerArgument("BYTES", args[1], 0, 1 << 30));
     next = 2;
   } else if (action != "check" && action != "length" && action != "nfd" && action != "legacy") {
-    std::fprintf(stderr, "vtcore utf8: unknown action \"%s\"\n", action.c_str());
-    return usage("utf8");
+    throw UsageError("unknown action '" + action + "'");
   }
-  bool hex = next < args.size() && args[next] == "--hex";
-  if (hex)
-    ++next;
-  std::string input = argumentsOrStandardInput(args.subspan(next));
+  const bool hex = call.has("hex");
+  std::string input =
+      argumentsOrStandardInput(std::vector<std::string>(args.begin() + next, args.end()));
   if (hex) {
     std::optional<std::string> decoded = parseHex(input);
-    if (!decoded) {
-      std::fprintf(stderr, "vtcore utf8: --hex wants pairs of hexadecimal digits\n");
-      return usage("utf8");
-    }
+    if (!decoded)
+      throw UsageError("--hex wants pairs of hexadecimal digits");
     input = *decoded;
   }
   // The library works on C strings: a NUL byte ends the text.
@@ -140,15 +130,17 @@ int runUtf8(Args args) {
   return 0;
 }
 
-Register utf8Command{{"utf8", "check|length|nfd|legacy|copy BYTES [--hex] [TEXT...]",
+Register utf8Command{{"utf8",
+                      "check|length|nfd|legacy|copy BYTES [--hex] [TEXT...]",
                       "UTF-8: validate (exit 1 if invalid), count, copy into BYTES of room, "
                       "decompose, Mac Roman",
+                      {{"hex", 0, "", "the input is hexadecimal byte pairs (C3 A9, c3a9, C3,A9)"}},
                       runUtf8}};
 
 // The web and XML commands read UTF-8 text from the arguments or standard
 // input and refuse anything else.
-std::optional<icu::UnicodeString> hostText(std::string_view command, Args args) {
-  std::string input = argumentsOrStandardInput(args);
+std::optional<icu::UnicodeString> hostText(std::string_view command, const Invocation& call) {
+  std::string input = argumentsOrStandardInput(call.operands());
   if (input.empty())
     return icu::UnicodeString();
   if (input.find('\0') != std::string::npos || !utf8_to_qxstring(input.c_str())) {
@@ -158,7 +150,7 @@ std::optional<icu::UnicodeString> hostText(std::string_view command, Args args) 
   return utf8_to_qxstring(input.c_str());
 }
 
-int printConversion(std::string_view command, Args args,
+int printConversion(std::string_view command, const Invocation& args,
                     icu::UnicodeString (*convert)(const icu::UnicodeString&)) {
   std::optional<icu::UnicodeString> text = hostText(command, args);
   if (!text)
@@ -169,8 +161,8 @@ int printConversion(std::string_view command, Args args,
   return 0;
 }
 
-int printPredicate(std::string_view command, Args args, bool (*test)(const icu::UnicodeString&),
-                   const char* yes, const char* no) {
+int printPredicate(std::string_view command, const Invocation& args,
+                   bool (*test)(const icu::UnicodeString&), const char* yes, const char* no) {
   std::optional<icu::UnicodeString> text = hostText(command, args);
   if (!text)
     return 1;
@@ -179,29 +171,55 @@ int printPredicate(std::string_view command, Args args, bool (*test)(const icu::
   return result ? 0 : 1;
 }
 
-Register xmlCommand{
-    {"xml-escape", "[TEXT...]", "text for XML: controls removed, & < > ' \" escaped",
-     [](Args a) { return printConversion("xml-escape", a, X::stringByConvertingToXML); }}};
-Register urlCommand{
-    {"url", "[TEXT...]", "a typed address as a URL with a scheme (http://, mailto:)",
-     [](Args a) { return printConversion("url", a, X::stringByPrependingURLScheme); }}};
-Register rfcCommand{
-    {"rfc2396", "[TEXT...]", "a typed address as a percent-escaped URL",
-     [](Args a) { return printConversion("rfc2396", a, X::stringByConvertingToRFC2396); }}};
-Register punyCommand{
-    {"punycode", "[URL...]", "the URL with its host in IDNA ASCII form",
-     [](Args a) { return printConversion("punycode", a, X::stringByConvertingToPunycode); }}};
-Register emailCommand{{"is-email", "[TEXT...]",
-                       "does the text look like an e-mail address (exit 1 if not)", [](Args a) {
+Register xmlCommand{{"xml-escape",
+                     "[TEXT...]",
+                     "text for XML: controls removed, & < > ' \" escaped",
+                     {},
+                     [](const Invocation& a) {
+                       return printConversion("xml-escape", a, X::stringByConvertingToXML);
+                     }}};
+Register urlCommand{{"url",
+                     "[TEXT...]",
+                     "a typed address as a URL with a scheme (http://, mailto:)",
+                     {},
+                     [](const Invocation& a) {
+                       return printConversion("url", a, X::stringByPrependingURLScheme);
+                     }}};
+Register rfcCommand{{"rfc2396",
+                     "[TEXT...]",
+                     "a typed address as a percent-escaped URL",
+                     {},
+                     [](const Invocation& a) {
+                       return printConversion("rfc2396", a, X::stringByConvertingToRFC2396);
+                     }}};
+Register punyCommand{{"punycode",
+                      "[URL...]",
+                      "the URL with its host in IDNA ASCII form",
+                      {},
+                      [](const Invocation& a) {
+                        return printConversion("punycode", a, X::stringByConvertingToPunycode);
+                      }}};
+Register emailCommand{{"is-email",
+                       "[TEXT...]",
+                       "does the text look like an e-mail address (exit 1 if not)",
+                       {},
+                       [](const Invocation& a) {
                          return printPredicate("is-email", a, X::stringLooksLikeValidEmailAddress,
                                                "yes", "no");
                        }}};
-Register uriCommand{
-    {"is-uri", "[TEXT...]", "does libxml2 parse the text as a URI (exit 1 if not)",
-     [](Args a) { return printPredicate("is-uri", a, X::stringLooksLikeValidURI, "yes", "no"); }}};
+Register uriCommand{{"is-uri",
+                     "[TEXT...]",
+                     "does libxml2 parse the text as a URI (exit 1 if not)",
+                     {},
+                     [](const Invocation& a) {
+                       return printPredicate("is-uri", a, X::stringLooksLikeValidURI, "yes", "no");
+                     }}};
 Register boolCommand{
-    {"bool", "[TEXT...]", "the text read as a yes/no value (exit 1 if false)",
-     [](Args a) { return printPredicate("bool", a, X::boolValue, "true", "false"); }}};
+    {"bool",
+     "[TEXT...]",
+     "the text read as a yes/no value (exit 1 if false)",
+     {},
+     [](const Invocation& a) { return printPredicate("bool", a, X::boolValue, "true", "false"); }}};
 
 void showCheck(const std::string& s) {
   std::cout << "  utf8_check(" << (s.empty() ? "empty" : hexBytes(s))

@@ -85,7 +85,7 @@ std::string readStandardInput() {
   return buffer.str();
 }
 
-std::string argumentsOrStandardInput(Args args) {
+std::string argumentsOrStandardInput(const std::vector<std::string>& args) {
   if (args.empty()) {
     auto text = readStandardInput();
     if (!text.empty() && text.back() == '\n')
@@ -127,7 +127,11 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    return it->second.run(Args(args).subspan(1));
+    const Invocation invocation(it->second, Args(args).subspan(1));
+    return it->second.run(invocation);
+  } catch (const UsageError& error) {
+    std::fprintf(stderr, "vtcore %s: %s\n", args[0].c_str(), error.what());
+    return usage(args[0]);
   } catch (const std::exception& error) {
     return fail(args[0], error.what());
   }
