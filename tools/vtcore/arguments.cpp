@@ -33,6 +33,16 @@ bool looksLikeNegativeNumber(std::string_view arg) {
 } // namespace
 
 Invocation::Invocation(const Command& command, Args args) : m_command(command) {
+  // Help wins over everything else on the line, bad arguments included:
+  // "vtcore url --help" never treats --help as data. After "--" it is data.
+  for (const auto& arg : args) {
+    if (arg == "--")
+      break;
+    if (arg == "-h" || arg == "--help") {
+      m_help = true;
+      return;
+    }
+  }
   bool optionsEnded = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
@@ -45,6 +55,7 @@ Invocation::Invocation(const Command& command, Args args) : m_command(command) {
       optionsEnded = true;
       continue;
     }
+
     const Option* option = nullptr;
     std::optional<std::string> attached;
     std::string shown;

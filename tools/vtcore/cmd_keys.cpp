@@ -136,8 +136,8 @@ int runFind(const Options& options) {
     return usage("keys");
   const auto charCode = romanCharCode(options.operands[0]);
   if (!charCode)
-    return fail("keys", "'" + options.operands[0] +
-                            "' is not one character of the 8-bit Roman character set");
+    throw UsageError("'" + options.operands[0] +
+                     "' is not one character of the 8-bit Roman character set");
   const auto keyCodes = KWKeyCodeConverter::keyCodesForKeyChar(*charCode);
   if (!keyCodes)
     return fail("keys", "no key types '" + options.operands[0] +
@@ -169,7 +169,7 @@ int runKeys(const Invocation& call) {
     options.modifiers = *flags;
   }
   if (options.layout && !chooseLayout(*options.layout))
-    return fail("keys", "keyboard layout \"" + *options.layout + "\" is not in the XKB data");
+    throw UsageError("keyboard layout \"" + *options.layout + "\" is not in the XKB data");
   if (action == "name")
     return runName(options);
   if (action == "table")
@@ -179,12 +179,23 @@ int runKeys(const Invocation& call) {
 
 Register keysCommand{
     {"keys",
-     "name KEYCODE [--mods control,option,shift,command] [--layout L] | table [--layout L] | "
-     "find CHAR [--layout L]   (L: an XKB layout such as de or de(nodeadkeys))",
-     "key-command names through the keyboard layout",
-     {{"layout", 0, "L", "an XKB layout such as de or de(nodeadkeys)"},
-      {"mods", 0, "LIST", "modifiers held with the key: control,option,shift,command"}},
-     runKeys}};
+     "name KEYCODE [--mods LIST] [--layout L] | table [--layout L] | find CHAR [--layout L]",
+     "key-command names through the keyboard layout (KWKeyCodeConverter)",
+     {{"layout", 0, "L", "an XKB layout such as de or de(nodeadkeys); default: the system's"},
+      {"mods", 0, "LIST",
+       "with 'name': modifiers held, a comma-separated list of control, "
+       "option, shift, command"}},
+     runKeys,
+     "Actions:\n"
+     "  name KEYCODE   the text a key-command menu shows for the key (KEYCODE 0 to 65535,\n"
+     "                 the classic Macintosh virtual key codes: 0 is A, 122 is F1).\n"
+     "  table          the key codes 0 to 127 with their XKB key names, the 8-bit Roman\n"
+     "                 character each types, and their menu text; a dead key (one that\n"
+     "                 puts an accent on the next key) is marked.\n"
+     "  find CHAR      the key codes that type CHAR without modifiers.\n"
+     "Exit status 1 when a key has no text or no key types CHAR; 2 for a layout that is\n"
+     "not in the XKB data or a CHAR that is not one 8-bit Roman character.",
+     {"name", "table", "find"}}};
 
 void tourKeys() {
   using C = KWKeyCodeConverter;

@@ -69,7 +69,12 @@ Register leaksCommand{{"leaks",
                        "plant COUNT leaks of SIZE bytes and a strdup in a leak-guard scope "
                        "and print the guard's report",
                        {},
-                       runLeaks}};
+                       runLeaks,
+                       "COUNT is 0 to 1000 (default 2), SIZE 1 to 1048576 bytes (default 48). The "
+                       "report\nlists each leaked block with its call chain: address, source file "
+                       "(its last 32\ncharacters), line and function. Exit status 1 in a "
+                       "sanitizer build, where the\nleak guard cannot hook the allocator.",
+                       {}}};
 
 // --- memory-reserve: options and probe -----------------------------------------
 
@@ -101,7 +106,12 @@ Register reserveCommand{{"memory-reserve",
                          "[SIZE_MB FRAGMENT_MB]",
                          "show the memory reserve's options; probe SIZE_MB in fragments",
                          {},
-                         runReserve}};
+                         runReserve,
+                         "Without arguments prints the reserve's options. With SIZE_MB and "
+                         "FRAGMENT_MB (0 to\n1073741824 each) it also asks whether SIZE_MB "
+                         "megabytes can be had in pieces of at\nleast FRAGMENT_MB "
+                         "(KWMemoryReserveTestAvailableMemory).",
+                         {}}};
 
 // --- defaults: the user-defaults store of an application ---------------------
 
@@ -135,12 +145,19 @@ int runDefaults(const Invocation& call) {
   return usage("defaults");
 }
 
-Register defaultsCommand{{"defaults",
-                          "path | get KEY | set KEY VALUE | remove KEY",
-                          "read or write the user-defaults store of this application "
-                          "(VTCORE_DEFAULTS_FILE names another file)",
-                          {},
-                          runDefaults}};
+Register defaultsCommand{
+    {"defaults",
+     "path | get KEY | set KEY VALUE | remove KEY",
+     "read or write the user-defaults store of this application "
+     "(VTCORE_DEFAULTS_FILE names another file)",
+     {},
+     runDefaults,
+     "  path             the file that holds the store\n"
+     "  get KEY          the value of KEY as JSON (exit 1 when there is none)\n"
+     "  set KEY VALUE    store VALUE, read as JSON when it parses, else as a "
+     "string\n"
+     "  remove KEY       remove KEY",
+     {"path", "get", "set", "remove"}}};
 
 // --- tour ----------------------------------------------------------------------
 

@@ -54,8 +54,7 @@ void printFormat(std::uint32_t format) {
   const auto channels = channelsOf(format);
   std::cout << "Format " << format << " (" << formatNickname(format)
             << "): " << channelList(channels.data(), static_cast<std::uint32_t>(channels.size()))
-            << "   mask 0x" << std::hex << std::uppercase << GetChannelIDBitMask(format) << std::dec
-            << std::nouppercase << "\n";
+            << "   mask " << hexValue(GetChannelIDBitMask(format)) << "\n";
   std::cout << "  id  name  host label  angle\n";
   for (std::uint32_t id : channels) {
     std::cout << "  " << std::setw(2) << id << "  " << std::left << std::setw(4)
@@ -185,7 +184,14 @@ Register channelsCommand{{"channels",
                           "surround formats: channels, mask, host labels and tags, angles; "
                           "--svg draws the speakers",
                           {{"svg", 0, "FILE", "draw the speakers of FORMAT as an SVG picture"}},
-                          runChannels}};
+                          runChannels,
+                          "FORMAT is a surround format: 1 mono, 2 stereo, 3 quad, 4 LCRS, 5 5.1, "
+                          "6 6.1, 7 7.1,\n8 7.1 SDDS; without it all eight are listed. For each "
+                          "channel: its id, name, the\nlabel number of the host's layout, and its "
+                          "angle in degrees (0 front, negative\nleft); 1000 marks a channel "
+                          "without direction (LFE). A layout tag is\nlayout/channel count, as in "
+                          "121/6. --svg needs FORMAT.",
+                          {}}};
 
 int runMidi(const Invocation& call) {
   int style = 0;
@@ -217,18 +223,22 @@ Register midiCommand{
     {"midi",
      "[--style N] VALUE...",
      "MIDI values as text: style 0 decimal, 1 signed, 2 hexadecimal, 3 note name",
-     {{"style", 0, "N", "note style: 0 decimal, 1 signed, 2 hexadecimal, 3 note name"}},
-     runMidi}};
+     {{"style", 0, "N", "note style 0 to 3 (below); default 0"}},
+     runMidi,
+     "Note styles of KWMIDIFormatter:\n"
+     "  0  decimal: 60\n"
+     "  1  signed decimal, zero with a plus-minus sign: +60, \u00b1 0, -5\n"
+     "  2  hexadecimal: 0x3C (15 shows as \"0x F\", the formatter's own padding)\n"
+     "  3  note name with octave, middle C is C3: C3, C#3; empty for negative values\n"
+     "Other styles give the empty text. A VALUE is a whole number (decimal, or\n"
+     "hexadecimal after 0x) or a decimal fraction; anything else is handed over as a\n"
+     "text, which the formatter shows as empty. Each line is the VALUE, a tab, and the\n"
+     "formatted text in double quotes.",
+     {}}};
 
-std::optional<std::vector<unsigned char>> readFile(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  if (!in)
-    return std::nullopt;
-  std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)),
-                                   std::istreambuf_iterator<char>());
-  if (in.bad())
-    return std::nullopt;
-  return bytes;
+std::vector<unsigned char> readFile(const std::string& name) {
+  const std::string bytes = readInput(name);
+  return {bytes.begin(), bytes.end()};
 }
 
 std::uint32_t headerWord(const std::vector<unsigned char>& block, std::size_t index) {
@@ -274,26 +284,27 @@ int runTransients(const Invocation& call) {
       return usage("transients");
     return makeBlock(*count, call.operands()[0]);
   }
-  if (call.operands().size() != 1 || call.operands()[0] == "-")
+  if (call.operands().size() != 1)
     return usage("transients");
   const std::string& file = call.operands()[0];
   const bool swap = call.has("swap");
-  auto block = readFile(file);
-  if (!block)
-    return fail("transients", "cannot read " + file);
+  const auto bytes = readFile(file);
+  const auto* block = &bytes;
   if (block->size() < kBlockHeaderBytes)
     return fail("transients", file + " is no stored transient block: " +
                                   std::to_string(block->size()) + " bytes, fewer than 1024");
-  if (swap)
-    SwapTransientCallback(block->data(), block->size(), true);
+  auto swapped = bytes;
+  if (swap) {
+    SwapTransientCallback(swapped.data(), swapped.size(), true);
+    block = &swapped;
+  }
   const std::size_t records = (block->size() - kBlockHeaderBytes) / 36;
   const std::size_t trailing = (block->size() - kBlockHeaderBytes) % 36;
   std::cout << file << ": " << block->size() << " bytes" << (swap ? ", byte order swapped" : "")
-            << "\nheader words:" << std::hex;
+            << "\nheader words:";
   for (std::size_t i = 0; i < 4; ++i)
-    std::cout << " 0x" << std::setw(8) << std::setfill('0') << headerWord(*block, i);
-  std::cout << std::dec << std::setfill(' ') << "\n"
-            << records << " records, " << trailing << " trailing bytes left alone\n";
+    std::cout << " " << hexValue(headerWord(*block, i), 8);
+  std::cout << "\n" << records << " records, " << trailing << " trailing bytes left alone\n";
   CTransients transients(records);
   if (records)
     std::memcpy(static_cast<void*>(transients.data()), block->data() + kBlockHeaderBytes,
@@ -316,7 +327,13 @@ Register transientsCommand{{"transients",
                             "write a sample block of N transients",
                             {{"swap", 0, "", "swap the block's byte order before printing it"},
                              {"make", 0, "N", "write a sample block of N transients to FILE"}},
-                            runTransients}};
+                            runTransients,
+                            "A stored transient block is a 1024-byte header followed by 36-byte "
+                            "records\n(position, energy, visible weight, frequency). FILE may be "
+                            "'-' for standard\ninput. --make N (0 to 10000000) writes a block of "
+                            "N reproducible random\ntransients in this machine's byte order. Exit "
+                            "status 1 for a file shorter than\nthe header.",
+                            {}}};
 
 void printMenu(bool debug) {
   CDotAPI::SetDebugMode(debug);
@@ -344,7 +361,10 @@ Register dispatchCommand{{"dispatch",
                           "",
                           "the code-path menu in the release and debug configurations",
                           {},
-                          runDispatch}};
+                          runDispatch,
+                          "Shows the processor code paths (CDotAPI) the library offers in each "
+                          "configuration\nand which one is in force.",
+                          {}}};
 
 // --- tour -------------------------------------------------------------
 

@@ -52,9 +52,19 @@ Register appInfoCommand{{"appinfo",
                          "[NAME [VERSION]]",
                          "print the application name, version and system version",
                          {},
-                         runAppInfo}};
-Register checkMemoryCommand{
-    {"checkmemory", "SIZE", "tell whether SIZE bytes can be allocated now", {}, runCheckMemory}};
+                         runAppInfo,
+                         "NAME and VERSION replace what the application-information service "
+                         "reports, for\nthis run only.",
+                         {}}};
+Register checkMemoryCommand{{"checkmemory",
+                             "SIZE",
+                             "tell whether SIZE bytes can be allocated now",
+                             {},
+                             runCheckMemory,
+                             "SIZE is a whole number of bytes. Asks the low-memory notification "
+                             "centre\n(LowMemoryNotificationCenter::CheckMemory); prints the "
+                             "answer, exit 0 either way.",
+                             {}}};
 
 // --- tour -------------------------------------------------------------------
 

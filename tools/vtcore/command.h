@@ -43,7 +43,19 @@ struct Command {
   std::string summary;  // one line for the command list
   std::vector<Option> options;
   std::function<int(const Invocation&)> run;
+  // The rest of `vtcore help <command>`, the man page and the completion:
+  // what the operands mean, the styles and values a command knows, what its
+  // exit status says. Paragraphs are separated by blank lines; lines that
+  // start with two blanks are shown as they are.
+  std::string details;
+  // Words that complete the first operand (actions, formats).
+  std::vector<std::string> words;
 };
+
+/// The commands in name order (for the help, the man page, the completion).
+std::vector<const Command*> allCommands();
+/// The command called `name`, or null.
+const Command* findCommand(std::string_view name);
 
 /// Registers a subcommand at static-initialisation time.
 struct Register {
@@ -71,6 +83,8 @@ public:
   Invocation(const Command& command, Args args);
 
   const std::string& name() const { return m_command.name; }
+  /// Whether -h or --help was given: the command then only prints its help.
+  bool helpRequested() const { return m_help; }
   const std::vector<std::string>& operands() const { return m_operands; }
   /// Whether the option (long name) was given.
   bool has(std::string_view option) const;
@@ -81,6 +95,7 @@ public:
 
 private:
   const Command& m_command;
+  bool m_help = false;
   std::vector<std::string> m_operands;
   std::vector<std::pair<std::string, std::string>> m_options;
 };
@@ -110,9 +125,24 @@ int fail(std::string_view name, std::string_view message);
 /// Reads all of standard input (binary-safe).
 std::string readStandardInput();
 
-/// Joins the operands with single blanks, or reads standard input when
-/// there are none (trailing line feed removed): the usual input rule of the
-/// text subcommands.
-std::string argumentsOrStandardInput(const std::vector<std::string>& operands);
+/// Reads the whole file `path`, or standard input for "-" (binary-safe).
+/// Throws std::runtime_error "<path>: <reason>" when it cannot.
+std::string readInput(const std::string& path);
+
+/// The --input option of the commands that read a text.
+Option inputOption();
+
+/// The input rule of the text subcommands: the file or standard input named
+/// by --input; else the operands (from the `skip`th on) joined with single
+/// blanks; else standard input. Text read from a file or standard input
+/// loses one trailing line feed, as a shell's $(...) would.
+std::string textInput(const Invocation& call, std::size_t skip = 0);
+
+/// Bytes as two uppercase hexadecimal digits each, separated by blanks
+/// ("C3 A9"): the one style in which the tool shows bytes.
+std::string hexBytes(std::string_view bytes);
+/// A value as "0x" and at least `digits` uppercase hexadecimal digits
+/// ("0x1B3", "0xCBF43926"): the one style of checksums, masks and words.
+std::string hexValue(unsigned long long value, int digits = 1);
 
 } // namespace vtcore::cli
