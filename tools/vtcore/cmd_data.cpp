@@ -523,6 +523,9 @@ std::string hex(const unsigned char* p, std::size_t n) {
 
 void tourSwapping() {
   unsigned char record[] = {0x00, 0x00, 0x00, 0x01, 0x00, 0x02, 'T', 'E', 'M', 'P'};
+  std::cout << "Byte-order swapping converts records between big-endian (most significant\n"
+               "byte first) and little-endian (\"Intel\") order, driven by a table that lists\n"
+               "the record's fields (4: a 32-bit value, 2: a 16-bit value; 0 ends the table).\n";
   std::cout << "A record: 32-bit value, 16-bit value, four-character code\n  before: "
             << hex(record, sizeof record) << "\n";
   const unsigned char table[] = {7, 15, 6, 0};
@@ -544,11 +547,14 @@ void tourSwapping() {
 }
 
 void tourSamples() {
+  std::cout << "Sample converters turn PCM audio (samples stored as integers of 8 to 32 bits\n"
+               "or as floats) into 32-bit floats and back; interleaved channels alternate\n"
+               "sample by sample.\n";
   const float in[] = {0.5f, -0.25f, 1.0f, -1.0f};
   unsigned char pcm[8];
   GetConvertFloatToN(2, 0)(pcm, in, 4, nullptr);
   std::cout << "Floats 0.5 -0.25 1.0 -1.0 as 16-bit big-endian PCM: " << hex(pcm, 8)
-            << "  (1.0 clips to 7fff)\n";
+            << "  (1.0 clips to 7F FF)\n";
   float back[4];
   GetConvertNToFloat(2, 0)(back, pcm, 4, nullptr);
   std::cout << "and back:";
@@ -582,6 +588,8 @@ void tourCompression() {
   auto packed = vtcore::byte_buffer::compressedData(bytes);
   if (!packed)
     return;
+  std::cout << "Data blocks are compressed into a zlib stream (the deflate format with a\n"
+               "2-byte header and a checksum).\n";
   auto unpacked = vtcore::byte_buffer::decompressedData(*packed);
   std::cout << text.size() << " bytes of text compress to a " << packed->size()
             << "-byte zlib stream (header " << hex(packed->data(), 2) << "), which expands back to "

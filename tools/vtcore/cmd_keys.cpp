@@ -199,6 +199,10 @@ Register keysCommand{
 
 void tourKeys() {
   using C = KWKeyCodeConverter;
+  std::cout << "Key commands name keys by their classic Macintosh key codes (0 is the key\n"
+               "labelled A on a US keyboard); the keyboard layout (XKB, the X keyboard data)\n"
+               "decides what each key types. A dead key types nothing by itself and puts an\n"
+               "accent on the next key.\n";
   std::cout << "Special keys and modifiers: control-option-F1 is "
             << printable(C::stringForKeycode(122, vtcore::controlKeyMask | vtcore::optionKeyMask))
             << ", shift-Page-up is " << printable(C::stringForKeycode(116, vtcore::shiftKeyMask))

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -49,6 +50,9 @@ int reportPlantedLeaks(unsigned long count, std::size_t size) {
   KWResetLeakGuardHistory(true);
   for (void* block : leaked)
     std::free(block);
+  // Switched off again, the guard does not repeat its (now empty) report
+  // when the process exits.
+  vtcore::setLeakGuardEnabled(false);
   return 0;
 }
 
@@ -169,6 +173,9 @@ void* countingMalloc(KWMallocZone* zone, std::size_t size) {
 }
 
 void tourZone() {
+  std::cout << "The allocator zone is the table of entry points (malloc, free, ...) that every\n"
+               "allocation of the process goes through; the memory reserve and the leak guard\n"
+               "work by writing their own hooks into it.\n";
   std::cout << "Every malloc of this process passes through VTCore's zone table"
             << (vtcore::mallocZoneInterposed() ? "" : " (not in sanitizer builds)") << ".\n";
   savedZone = vtcore::mallocZoneFunctions(nullptr);
@@ -186,6 +193,8 @@ void tourZone() {
 }
 
 void tourReserve() {
+  std::cout << "The memory reserve holds back blocks of memory and frees them when an\n"
+               "allocation fails, so that the application can still save its work.\n";
   std::cout << "Memory reserve: "
             << (vtcore::memoryReserveAvailable()
                     ? "held in this build"
@@ -194,9 +203,65 @@ void tourReserve() {
             << " MB, final block " << KWMemoryReserveGetOption(kKWMemReserveOptionFinalBlockSize)
             << " MB.\n";
   std::cout << "Low-memory level " << KWMemoryReserveGetLowMemoryLevel()
-            << "; probe of 64 MB in 1 MB fragments: "
+            << " (0: no shortage yet); probe of 64 MB in 1 MB fragments: "
             << (KWMemoryReserveTestAvailableMemory(64u << 20, 1u << 20) ? "available" : "short")
             << "\n";
+}
+
+// The report gives each source file as its last 32 characters, which often
+// starts in the middle of a folder name ("ork/wt/app/main.cpp") or looks
+// like a shorter absolute path ("/app/main.cpp" of "/work/wt/app/main.cpp").
+// For the reader a name that fills the field is cut back to a whole folder
+// and marked with "...": the field grows by those three characters.
+std::string tidyReportLine(const std::string& line) {
+  constexpr std::size_t kField = 32;
+  const std::string prefix = "LLD:         0x";
+  if (!line.starts_with(prefix))
+    return line;
+  const std::size_t field = line.find(' ', prefix.size());
+  if (field == std::string::npos || line.size() < field + 1 + kField)
+    return line;
+  std::string file = line.substr(field + 1, kField);
+  const std::size_t slash = file.find('/');
+  if (file.back() != ' ' && slash != std::string::npos)
+    file = "..." + file.substr(slash);
+  file.resize(kField + 3, ' ');
+  return line.substr(0, field + 1) + file + line.substr(field + 1 + kField);
+}
+
+// Runs `report` with standard output caught in a temporary file and prints
+// what it wrote, line by line through tidyReportLine.
+void printTidiedReport(void (*report)()) {
+  std::cout << std::flush;
+  std::fflush(stdout);
+  std::FILE* caught = std::tmpfile();
+  const int saved = caught ? dup(STDOUT_FILENO) : -1;
+  if (saved < 0) {
+    if (caught)
+      std::fclose(caught);
+    report();
+    return;
+  }
+  dup2(fileno(caught), STDOUT_FILENO);
+  report();
+  std::cout << std::flush;
+  std::fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  std::rewind(caught);
+  char buffer[4096];
+  while (std::fgets(buffer, sizeof buffer, caught)) {
+    std::string line = buffer;
+    const bool ended = !line.empty() && line.back() == '\n';
+    if (ended)
+      line.pop_back();
+    std::cout << tidyReportLine(line) << (ended ? "\n" : "");
+  }
+  std::fclose(caught);
+}
+
+void plantTourLeaks() {
+  reportPlantedLeaks(2, 48);
 }
 
 void tourLeakGuard() {
@@ -204,12 +269,19 @@ void tourLeakGuard() {
     std::cout << "(the leak guard needs VTCore's own allocator hooks; skipped in this build)\n";
     return;
   }
-  std::cout << "A scope that leaks two 48-byte blocks and a strdup, with the guard's report:\n"
+  std::cout << "The leak guard records every block allocated inside a scope with the call\n"
+               "chain (the functions that led to the allocation) and reports the blocks that\n"
+               "were not freed, in lines that start with LLD:. Each call-chain line gives the\n"
+               "code address, the source file (its last 32 characters; \"...\" where a folder\n"
+               "name is cut), the line and the function.\n"
+               "A scope that leaks two 48-byte blocks and a strdup, with the guard's report:\n"
             << std::flush;
-  reportPlantedLeaks(2, 48);
+  printTidiedReport(plantTourLeaks);
 }
 
 void tourDefaults() {
+  std::cout << "User defaults are an application's stored preferences (the memory layer reads\n"
+               "its settings there).\n";
   std::cout << "User defaults of \"" << vtcore::UserDefaults::applicationIdentifier()
             << "\" live in " << vtcore::UserDefaults::standard().path().string()
             << " (VTCORE_DEFAULTS_FILE names another file).\n";

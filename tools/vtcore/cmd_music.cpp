@@ -379,7 +379,9 @@ CTransient sample(std::int64_t pos, float energy) {
 void tourTransients() {
   CTransients transients{sample(300, 0.9f), sample(100, 0.2f), sample(200, 0.5f), sample(100, 0.7f),
                          sample(400, 0.1f)};
-  std::cout << "Five transients, positions 300 100 200 100 400 (one position twice):\n";
+  std::cout << "A transient is an onset found in analysed audio (a drum hit, a plucked note):\n"
+               "its position, energy (strength), visible weight and frequency.\n"
+               "Five transients, positions 300 100 200 100 400 (one position twice):\n";
   bbTraceIndentBegin("tour", "", 2);
   for (const auto& transient : transients) {
     IndentToCout();
@@ -398,8 +400,14 @@ void tourTransients() {
     std::cout << transient << "\n";
   }
   bbTraceIndentEnd();
-  std::cout << "TraceStr of the first (brief form, then the trace stream's address):\n  "
-            << transients[0].TraceStr() << "\n";
+  // TraceStr ends its brief form with the trace stream's address, written
+  // straight after the last number ("FreqHz 7000x7ffc..."); the two are
+  // shown apart here.
+  const std::string traced = transients[0].TraceStr();
+  const std::size_t address = traced.rfind("0x");
+  std::cout << "TraceStr of the first gives the brief form followed directly by the address of\n"
+               "the stream it was written to (a check that the stream is still good):\n  "
+            << traced.substr(0, address) << "\n  then " << traced.substr(address) << "\n";
   VTEv_AssessDeviations deviations{3, -2};
   std::cout << "A deviation-assessment record: " << deviations << "\n";
 }
@@ -409,21 +417,24 @@ void tourStoredBlock() {
   CTransient transient = sample(0x0102030405, 0.75f);
   std::memcpy(block.data() + 1024, &transient, sizeof transient);
   auto hex = [&](std::size_t from, std::size_t count) {
-    std::ostringstream text;
-    for (std::size_t i = 0; i < count; ++i)
-      text << std::hex << std::setw(2) << std::setfill('0') << int(block[from + i]) << " ";
-    return text.str();
+    return hexBytes(std::string_view(reinterpret_cast<const char*>(block.data() + from), count));
   };
-  std::cout << "A stored block: 1024 header bytes, then 36-byte records.\n"
+
+  std::cout << "Applications store transient lists in files as blocks: 1024 header bytes,\n"
+               "then 36-byte records. Big-endian and little-endian are the two byte orders:\n"
+               "most significant byte first, or last (Intel processors).\n"
             << "pos and Energy of the record, little-endian:  " << hex(1024, 12) << "\n";
   SwapTransientCallback(block.data(), block.size(), true);
   std::cout << "after SwapTransientCallback (big-endian):     " << hex(1024, 12) << "\n";
   SwapTransientCallback(block.data(), block.size(), false);
   std::cout << "and once more, back where it was:             " << hex(1024, 12) << "\n"
-            << "Try: vtcore transients --make 5 t.blk && vtcore transients t.blk --swap\n";
+            << "Try: vtcore transients --make 5 t.blk && vtcore transients --swap t.blk\n";
 }
 
 void tourChannels() {
+  std::cout << "A surround format (1 mono to 8 7.1 SDDS) names its channels; a layout tag\n"
+               "(layout/channel count) says in which order a file or device carries them.\n"
+               "Angles are in degrees, 0 in front, negative to the left.\n";
   printFormat(5);
   std::uint32_t order[8] = {};
   const std::uint32_t tag = vtcore::makeChannelLayoutTag(121, 6);
@@ -434,8 +445,10 @@ void tourChannels() {
 }
 
 void tourMidi() {
+  std::cout << "KWMIDIFormatter shows a MIDI value (0 to 127: a note, a velocity, a\n"
+               "controller) in one of four note styles; middle C (60) is C3.\n";
   KWMIDIFormatter formatter;
-  const int values[] = {0, 9, 15, 60, 61, 127, -5};
+  const int values[] = {0, 9, 16, 60, 61, 127, -5};
   const char* styles[] = {"decimal", "signed", "hexadecimal", "note name"};
   std::cout << std::left << std::setw(12) << "value";
   for (int v : values)
@@ -454,10 +467,16 @@ void tourMidi() {
     }
     std::cout << "\n";
   }
-  std::cout << std::right;
+  formatter.setNoteStyle(2);
+  std::string fifteen;
+  formatter.stringForObjectValue(15).toUTF8String(fifteen);
+  std::cout << std::right << "Style 2 pads only values below 15 with a zero: 15 is \"" << fifteen
+            << "\", with a blank, as\nthe formatter has always written it.\n";
 }
 
 void tourContext() {
+  std::cout << "A musical context describes the music at a position (tempo, metre); the\n"
+               "application can install the function that fills it.\n";
   CMusicalContext context(44100, 0, nullptr);
   std::cout << "CMusicalContext at 44100 with the built-in default: tempo " << context.tempo
             << " (thousandths of bpm), metre " << context.metreNumerator << "/"
@@ -471,6 +490,9 @@ void tourContext() {
 }
 
 void tourDispatch() {
+  std::cout << "Code paths are the variants of the processing loops for different processor\n"
+               "features (SSE, SSE3, none); the menu lets a user pick one, and interleave is\n"
+               "how many blocks a loop handles at once.\n";
   printMenu(false);
   CDotAPI::SetSelection(1);
   std::cout << "after choosing menu entry 1: path " << CDotAPI::ID() << ", interleave "

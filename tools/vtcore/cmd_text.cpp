@@ -325,7 +325,9 @@ void showCheck(const std::string& s) {
 }
 
 void tourValidation() {
-  std::cout << "The validation rule is looser than standard UTF-8, on purpose:\n";
+  std::cout << "UTF-8 writes each character in 1 to 4 bytes; utf8_check says whether a text\n"
+               "is well-formed (1) or not (0). Its rule is looser than standard UTF-8, on\n"
+               "purpose: texts that older versions of the applications wrote still pass.\n";
   for (const char* s :
        {"", "\xC3\xA9", "\xA9", "\xC3\xC3\xA9", "\xC0\x80", "\xED\xA0\x80", "\xE2\xFD\xAC", "\xFD"})
     showCheck(s);
@@ -355,6 +357,9 @@ void tourCopies() {
 }
 
 void tourFileNames() {
+  std::cout << "A file system stores names decomposed: an accented letter as the letter and a\n"
+               "combining accent. The legacy form is the 8-bit Mac Roman character set of old\n"
+               "file formats; characters it lacks are replaced.\n";
   char dst[64];
   utf8_to_fileSystemRepresentation(dst, "Caf\xC3\xA9", sizeof dst);
   std::cout << "File-system (decomposed) form of \"Caf\xC3\xA9\": " << hexOf(dst, std::strlen(dst))
@@ -376,7 +381,9 @@ void show(const char* label, const icu::UnicodeString& in, const icu::UnicodeStr
 }
 
 void tourWeb() {
-  std::cout << "Web and XML conversions of host strings:\n";
+  std::cout << "Web and XML conversions of host strings (the library's Unicode strings).\n"
+               "RFC 2396 is the URL syntax: characters outside it become %XX escapes. IDNA\n"
+               "writes a host name with non-ASCII letters in ASCII (punycode, xn--...).\n";
   icu::UnicodeString xml = icu::UnicodeString::fromUTF8("a<b & 'c'\t");
   show("stringByConvertingToXML", xml, X::stringByConvertingToXML(xml));
   for (const char* s : {"host/page", "a.b@c.de", "http://host://b"}) {

@@ -14,7 +14,6 @@
 // UsageError, which the tool turns into a message and status 2.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -42,7 +41,10 @@ struct Command {
   std::string synopsis; // arguments, e.g. "[FILE|-]"
   std::string summary;  // one line for the command list
   std::vector<Option> options;
-  std::function<int(const Invocation&)> run;
+  // Plain function pointers, not std::function: the call chains that the
+  // tour's leak report and exception report print stay free of wrapper
+  // frames.
+  int (*run)(const Invocation&);
   // The rest of `vtcore help <command>`, the man page and the completion:
   // what the operands mean, the styles and values a command knows, what its
   // exit status says. Paragraphs are separated by blank lines; lines that
@@ -64,7 +66,7 @@ struct Register {
 
 /// Registers a step of `vtcore tour`; steps run in ascending `order`.
 struct TourStep {
-  TourStep(int order, std::string title, std::function<void()> run);
+  TourStep(int order, std::string title, void (*run)());
 };
 
 /// Bad usage: a missing or unknown argument or a bad value. The tool prints

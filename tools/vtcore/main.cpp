@@ -31,7 +31,7 @@ std::map<std::string, Command, std::less<>>& commands() {
 struct Step {
   int order;
   std::string title;
-  std::function<void()> run;
+  void (*run)();
 };
 
 std::vector<Step>& steps() {
@@ -358,8 +358,8 @@ Register::Register(Command command) {
   commands().emplace(std::move(name), std::move(command));
 }
 
-TourStep::TourStep(int order, std::string title, std::function<void()> run) {
-  steps().push_back({order, std::move(title), std::move(run)});
+TourStep::TourStep(int order, std::string title, void (*run)()) {
+  steps().push_back({order, std::move(title), run});
 }
 
 std::vector<const Command*> allCommands() {
