@@ -491,7 +491,8 @@ int main(int argc, char** argv) {
   if (!command) {
     std::fprintf(stderr, "vtcore: unknown %s '%s'\n",
                  args[0].starts_with('-') ? "option" : "command", args[0].c_str());
-    std::fprintf(stderr, "Try 'vtcore --help' for the list of commands.\n");
+    std::fprintf(stderr, "usage: vtcore <command> [arguments]\n"
+                         "Try 'vtcore --help' for the list of commands.\n");
     return 2;
   }
   try {
