@@ -161,6 +161,8 @@ TEST(VtcoreTool, ExitStatusSaysSuccessNoOrBadUsage) {
       {"utf8 check --hex A9", 1},
       {"crc32 /no/such/file", 1},
       {"crc16 --input /no/such/file", 1},
+      {"crc16 --input /", 1},
+      {"transients /", 1},
   };
   for (const auto& c : cases) {
     const ToolRun run = tool(c.arguments);
@@ -175,6 +177,7 @@ TEST(VtcoreTool, DataComesFromFilesOrStandardInput) {
   EXPECT_EQ(tool("crc32 -", "123456789").out, "0xCBF43926\n");
   EXPECT_EQ(tool("crc32", "123456789").out, "0xCBF43926\n");
   EXPECT_EQ(tool("crc16 -i -", "123456789\n").out, "0xE5CC\n");
+  EXPECT_EQ(tool("crc16 -", "123456789\n").out, "0xE5CC\n");
   EXPECT_EQ(tool("crc16 123456789").out, "0xE5CC\n");
   const auto file = scratch("text");
   writeFile(file, "123456789");

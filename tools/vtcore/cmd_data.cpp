@@ -379,7 +379,7 @@ int runConvertSamples(const Invocation& call) {
     return usage(name);
   const std::string secondPath =
       call.value(deinterleave ? "deinterleave" : "interleave").value_or("");
-  const std::size_t i = 0;
+  const std::size_t i = 0; // FROM TO IN OUT are the operands from here
   const SampleFormat* from = findFormat(args[i]);
   const SampleFormat* to = findFormat(args[i + 1]);
   if (!from || !to)
@@ -453,7 +453,8 @@ Register crc16Command{{"crc16",
                        {inputOption()},
                        runCrc16,
                        "The text is the arguments joined with blanks, the file named by --input "
-                       "('-' for\nstandard input), or standard input when there are neither; from "
+                       "('-' for\nstandard input; a lone '-' argument too), or standard input when "
+                       "there are neither; from "
                        "a file or\nstandard input one trailing line feed is dropped. The text must "
                        "be shorter than\n65,536 bytes and hold no NUL byte. Prints the checksum as "
                        "0x and four hexadecimal\ndigits, e.g. 0xE5CC for 123456789.",

@@ -181,7 +181,8 @@ Register keysCommand{
     {"keys",
      "name KEYCODE [--mods LIST] [--layout L] | table [--layout L] | find CHAR [--layout L]",
      "key-command names through the keyboard layout (KWKeyCodeConverter)",
-     {{"layout", 0, "L", "an XKB layout such as de or de(nodeadkeys); default: the system's"},
+     {{"layout", 0, "L",
+       "an XKB layout such as de or de(nodeadkeys); default: XKB_DEFAULT_LAYOUT, else us"},
       {"mods", 0, "LIST",
        "with 'name': modifiers held, a comma-separated list of control, "
        "option, shift, command"}},

@@ -322,7 +322,7 @@ int runTransients(const Invocation& call) {
 }
 
 Register transientsCommand{{"transients",
-                            "FILE [--swap] | --make N FILE",
+                            "[--swap] FILE|- | --make N FILE",
                             "print a stored transient block (optionally byte-swapped), or "
                             "write a sample block of N transients",
                             {{"swap", 0, "", "swap the block's byte order before printing it"},

@@ -207,8 +207,10 @@ Register utf8Command{
      "Every byte is judged, NUL bytes included: check and length take a NUL as the\n"
      "character U+0000 and judge the bytes after it too; the other actions refuse input\n"
      "with a NUL byte, as the library's functions would end the text there.\n"
-     "The text is the arguments joined with blanks, the file named by --input, or\n"
-     "standard input; from a file or standard input one trailing line feed is dropped.",
+     "\n"
+     "The text is the arguments joined with blanks, the file named by --input ('-' for "
+     "standard input; a lone '-' argument too), or standard input; from a file or standard "
+     "input one trailing line feed is dropped.",
      {"check", "length", "nfd", "legacy", "copy"}}};
 
 // The web and XML commands read UTF-8 text from the arguments or standard
@@ -246,9 +248,10 @@ int printPredicate(std::string_view command, const Invocation& args,
 }
 
 constexpr const char* kTextInput =
-    "The text is the arguments joined with blanks, the file named by --input ('-' for\n"
-    "standard input), or standard input when there are neither; from a file or standard\n"
-    "input one trailing line feed is dropped. Input that is not UTF-8 is refused (exit 1).";
+    "The text is the arguments joined with blanks, the file named by --input ('-' for "
+    "standard input; a lone '-' argument too), or standard input when there are neither; from "
+    "a file or standard input one trailing line feed is dropped. Input that is not UTF-8 is "
+    "refused (exit 1).";
 
 std::string withTextInput(const std::string& details) {
   return details.empty() ? kTextInput : details + "\n\n" + kTextInput;

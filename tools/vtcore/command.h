@@ -136,8 +136,8 @@ Option inputOption();
 
 /// The input rule of the text subcommands: the file or standard input named
 /// by --input; else the operands (from the `skip`th on) joined with single
-/// blanks; else standard input. Text read from a file or standard input
-/// loses one trailing line feed, as a shell's $(...) would.
+/// blanks, where a lone "-" means standard input; else standard input. Text read from a file or
+/// standard input loses one trailing line feed, as a shell's $(...) would.
 std::string textInput(const Invocation& call, std::size_t skip = 0);
 
 /// Bytes as two uppercase hexadecimal digits each, separated by blanks

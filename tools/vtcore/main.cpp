@@ -10,9 +10,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -73,19 +75,64 @@ std::string optionLabel(const Option& option) {
 
 const Option kHelpOption{"help", 'h', "", "show this help and exit"};
 
+// `text` broken at blanks into lines of at most `width` characters, every
+// line after the first indented by `indent` blanks.
+std::string wrapped(const std::string& text, std::size_t width, std::size_t indent) {
+  std::string out, line;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    if (!line.empty() && line.size() + 1 + word.size() > width) {
+      out += line + "\n" + std::string(indent, ' ');
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + word;
+  }
+  return out + line;
+}
+
+// Details as the help shows them: lines that start with two blanks stay as
+// they are (tables); runs of other lines are one paragraph, wrapped anew.
+std::string reflowed(const std::string& details) {
+  std::istringstream lines(details);
+  std::string out, paragraph;
+  auto flush = [&] {
+    if (!paragraph.empty())
+      out += wrapped(paragraph, 80, 0) + "\n";
+    paragraph.clear();
+  };
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line.starts_with("  ")) {
+      flush();
+      out += line + "\n";
+    } else {
+      paragraph += (paragraph.empty() ? "" : " ") + line;
+    }
+  }
+  flush();
+  return out;
+}
+
 void printCommandHelp(const Command& command) {
+  std::string summary = command.summary;
+  if (!summary.empty())
+    summary[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(summary[0])));
   std::cout << "usage: vtcore " << command.name
             << (command.synopsis.empty() ? "" : " " + command.synopsis) << "\n\n"
-            << command.summary << ".\n\noptions:\n";
+            << wrapped(summary + ".", 80, 0) << "\n\noptions:\n";
   std::vector<Option> options = command.options;
   options.push_back(kHelpOption);
+  constexpr std::size_t kColumn = 24;
   for (const auto& option : options) {
     const std::string label = optionLabel(option);
-    std::cout << "  " << label << std::string(label.size() < 24 ? 24 - label.size() : 1, ' ')
-              << option.help << "\n";
+    std::cout << "  " << label;
+    if (label.size() < kColumn)
+      std::cout << std::string(kColumn - label.size(), ' ');
+    else
+      std::cout << "\n" << std::string(kColumn + 2, ' ');
+    std::cout << wrapped(option.help, 80 - kColumn - 2, kColumn + 2) << "\n";
   }
   if (!command.details.empty())
-    std::cout << "\n" << command.details << (command.details.ends_with('\n') ? "" : "\n");
+    std::cout << "\n" << reflowed(command.details);
   std::cout << "\n" << std::flush;
   printExitStatus(stdout);
 }
@@ -406,6 +453,10 @@ std::string readInput(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in)
     throw std::runtime_error(path + ": " + std::strerror(errno));
+  // A directory opens as a stream that reads nothing: say so instead.
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error))
+    throw std::runtime_error(path + ": " + std::strerror(EISDIR));
   std::string bytes{std::istreambuf_iterator<char>(in), {}};
   if (in.bad())
     throw std::runtime_error(path + ": " + std::strerror(errno));
@@ -448,6 +499,9 @@ std::string textInput(const Invocation& call, std::size_t skip) {
       text.pop_back();
     return text;
   }
+  // A lone "-" is standard input, as for the commands that read files.
+  if (words.size() == 1 && words[0] == "-")
+    return argumentsOrStandardInput({});
   return argumentsOrStandardInput(words);
 }
 
@@ -483,7 +537,7 @@ int main(int argc, char** argv) {
     printCommandList(stdout);
     return 0;
   }
-  if (args[0] == "--version" || args[0] == "-V") {
+  if (args[0] == "--version") {
     printVersion();
     return 0;
   }
