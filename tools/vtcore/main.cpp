@@ -366,7 +366,7 @@ int runTour(const Invocation& call) {
                    [](const Step& a, const Step& b) { return a.order < b.order; });
   TourOutput output;
   std::cout << "A tour of VTCore " << vtcore::libraryVersion()
-            << ", the support library of a family of music-production applications.\n"
+            << ", the support library of music-production applications.\n"
                "Each step below calls the library's own functions and shows what they give.\n"
                "Log lines of the demonstrations appear here; they are not sent to the system\n"
                "journal.\n";
