@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <charconv>
+#include <cmath>
 #include <limits>
 
 namespace vtcore::cli {
@@ -155,7 +156,8 @@ std::optional<double> readReal(std::string_view text) {
     return std::nullopt;
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size())
+  // "inf" and "nan" are words, not numbers a user means.
+  if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value))
     return std::nullopt;
   return value;
 }
