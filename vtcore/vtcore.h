@@ -1,6 +1,8 @@
 // VTCore core library: every public declaration of libvtcore.
 #pragma once
 
+#include <vtcore/version.h>
+
 // Diagnostics
 #include <vtcore/core/diagnostics/exception/exception.h>
 #include <vtcore/core/diagnostics/exception/exception_report.h>

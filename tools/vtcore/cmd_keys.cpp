@@ -77,35 +77,6 @@ std::optional<std::uint32_t> parseModifiers(const std::string& list) {
   return flags;
 }
 
-// Returns false on bad usage.
-bool parseOptions(Args args, bool allowModifiers, Options& options) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--layout" && i + 1 < args.size() && !args[i + 1].empty()) {
-      options.layout = args[++i];
-    } else if (allowModifiers && args[i] == "--mods" && i + 1 < args.size()) {
-      auto flags = parseModifiers(args[++i]);
-      if (!flags)
-        return false;
-      options.modifiers = *flags;
-    } else if (args[i].starts_with("--")) {
-      return false;
-    } else {
-      options.operands.push_back(args[i]);
-    }
-  }
-  return true;
-}
-
-std::optional<std::uint16_t> parseKeyCode(const std::string& text) {
-  if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos)
-    return std::nullopt;
-  errno = 0;
-  const unsigned long value = std::strtoul(text.c_str(), nullptr, 10);
-  if (errno != 0 || value > 0xFFFF)
-    return std::nullopt;
-  return static_cast<std::uint16_t>(value);
-}
-
 // The one character of `text` as an 8-bit Roman character code.
 std::optional<std::uint16_t> romanCharCode(const std::string& text) {
   const auto unicode = icu::UnicodeString::fromUTF8(text);
@@ -129,10 +100,9 @@ std::optional<std::uint16_t> romanCharCode(const std::string& text) {
 int runName(const Options& options) {
   if (options.operands.size() != 1)
     return usage("keys");
-  const auto keyCode = parseKeyCode(options.operands[0]);
-  if (!keyCode)
-    return usage("keys");
-  auto text = KWKeyCodeConverter::stringForKeycode(*keyCode, options.modifiers);
+  const auto keyCode =
+      static_cast<std::uint16_t>(integerArgument("KEYCODE", options.operands[0], 0, 0xFFFF));
+  auto text = KWKeyCodeConverter::stringForKeycode(keyCode, options.modifiers);
   if (!text)
     return fail("keys", "key code " + options.operands[0] + " has no text under layout \"" +
                             KWKeyCodeConverter::keyboardLayoutName() + "\"");
@@ -166,8 +136,8 @@ int runFind(const Options& options) {
     return usage("keys");
   const auto charCode = romanCharCode(options.operands[0]);
   if (!charCode)
-    return fail("keys", "'" + options.operands[0] +
-                            "' is not one character of the 8-bit Roman character set");
+    throw UsageError("'" + options.operands[0] +
+                     "' is not one character of the 8-bit Roman character set");
   const auto keyCodes = KWKeyCodeConverter::keyCodesForKeyChar(*charCode);
   if (!keyCodes)
     return fail("keys", "no key types '" + options.operands[0] +
@@ -179,16 +149,27 @@ int runFind(const Options& options) {
   return 0;
 }
 
-int runKeys(Args args) {
-  if (args.empty())
+int runKeys(const Invocation& call) {
+  if (call.operands().empty())
     return usage("keys");
-  const std::string& action = args[0];
+  const std::string& action = call.operands()[0];
+  if (action != "name" && action != "table" && action != "find")
+    throw UsageError("unknown action '" + action + "'");
   Options options;
-  if ((action != "name" && action != "table" && action != "find") ||
-      !parseOptions(args.subspan(1), action == "name", options))
-    return usage("keys");
+  options.operands.assign(call.operands().begin() + 1, call.operands().end());
+  options.layout = call.value("layout");
+  if (options.layout && options.layout->empty())
+    throw UsageError("--layout needs a layout name");
+  if (auto mods = call.value("mods")) {
+    if (action != "name")
+      throw UsageError("--mods goes with 'keys name' only");
+    auto flags = parseModifiers(*mods);
+    if (!flags)
+      throw UsageError("--mods takes a comma-separated list of control, option, shift, command");
+    options.modifiers = *flags;
+  }
   if (options.layout && !chooseLayout(*options.layout))
-    return fail("keys", "keyboard layout \"" + *options.layout + "\" is not in the XKB data");
+    throw UsageError("keyboard layout \"" + *options.layout + "\" is not in the XKB data");
   if (action == "name")
     return runName(options);
   if (action == "table")
@@ -198,12 +179,31 @@ int runKeys(Args args) {
 
 Register keysCommand{
     {"keys",
-     "name KEYCODE [--mods control,option,shift,command] [--layout L] | table [--layout L] | "
-     "find CHAR [--layout L]   (L: an XKB layout such as de or de(nodeadkeys))",
-     "key-command names through the keyboard layout", runKeys}};
+     "name KEYCODE [--mods LIST] [--layout L] | table [--layout L] | find CHAR [--layout L]",
+     "key-command names through the keyboard layout (KWKeyCodeConverter)",
+     {{"layout", 0, "L",
+       "an XKB layout such as de or de(nodeadkeys); default: XKB_DEFAULT_LAYOUT, else us"},
+      {"mods", 0, "LIST",
+       "with 'name': modifiers held, a comma-separated list of control, "
+       "option, shift, command"}},
+     runKeys,
+     "Actions:\n"
+     "  name KEYCODE   the text a key-command menu shows for the key (KEYCODE 0 to 65535,\n"
+     "                 the classic Macintosh virtual key codes: 0 is A, 122 is F1).\n"
+     "  table          the key codes 0 to 127 with their XKB key names, the 8-bit Roman\n"
+     "                 character each types, and their menu text; a dead key (one that\n"
+     "                 puts an accent on the next key) is marked.\n"
+     "  find CHAR      the key codes that type CHAR without modifiers.\n"
+     "Exit status 1 when a key has no text or no key types CHAR; 2 for a layout that is\n"
+     "not in the XKB data or a CHAR that is not one 8-bit Roman character.",
+     {"name", "table", "find"}}};
 
 void tourKeys() {
   using C = KWKeyCodeConverter;
+  std::cout << "Key commands name keys by their classic Macintosh key codes (0 is the key\n"
+               "labelled A on a US keyboard); the keyboard layout (XKB, the X keyboard data)\n"
+               "decides what each key types. A dead key types nothing by itself and puts an\n"
+               "accent on the next key.\n";
   std::cout << "Special keys and modifiers: control-option-F1 is "
             << printable(C::stringForKeycode(122, vtcore::controlKeyMask | vtcore::optionKeyMask))
             << ", shift-Page-up is " << printable(C::stringForKeycode(116, vtcore::shiftKeyMask))

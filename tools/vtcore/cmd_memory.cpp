@@ -13,22 +13,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
 using namespace vtcore::cli;
-
-std::optional<unsigned long> parseNumber(const std::string& text, unsigned long max) {
-  if (text.empty() || text[0] == '-')
-    return std::nullopt;
-  char* end = nullptr;
-  errno = 0;
-  const unsigned long value = std::strtoul(text.c_str(), &end, 10);
-  if (*end != '\0' || errno != 0 || value > max)
-    return std::nullopt;
-  return value;
-}
 
 // --- leaks: plant leaks inside a leak-guard scope and report them -----------
 
@@ -50,22 +40,7 @@ __attribute__((noinline)) std::vector<void*> leakInScope(unsigned long count, st
   return leaked;
 }
 
-int runLeaks(Args args) {
-  if (args.size() > 2)
-    return usage("leaks");
-  unsigned long count = 2, size = 48;
-  if (args.size() >= 1) {
-    auto parsed = parseNumber(args[0], 1000);
-    if (!parsed)
-      return usage("leaks");
-    count = *parsed;
-  }
-  if (args.size() == 2) {
-    auto parsed = parseNumber(args[1], 1ul << 20);
-    if (!parsed || *parsed == 0)
-      return usage("leaks");
-    size = *parsed;
-  }
+int reportPlantedLeaks(unsigned long count, std::size_t size) {
   if (!vtcore::mallocZoneInterposed())
     return fail("leaks", "this build uses a sanitizer's allocator: the leak guard cannot hook it");
   vtcore::setLeakGuardEnabled(true);
@@ -75,17 +50,40 @@ int runLeaks(Args args) {
   KWResetLeakGuardHistory(true);
   for (void* block : leaked)
     std::free(block);
+  // Switched off again, the guard does not repeat its (now empty) report
+  // when the process exits.
+  vtcore::setLeakGuardEnabled(false);
   return 0;
 }
 
-Register leaksCommand{{"leaks", "[COUNT [SIZE]]",
+int runLeaks(const Invocation& call) {
+  const auto& args = call.operands();
+  if (args.size() > 2)
+    return usage("leaks");
+  unsigned long count = 2, size = 48;
+  if (args.size() >= 1)
+    count = static_cast<unsigned long>(integerArgument("COUNT", args[0], 0, 1000));
+  if (args.size() == 2)
+    size = static_cast<unsigned long>(integerArgument("SIZE", args[1], 1, 1 << 20));
+  return reportPlantedLeaks(count, size);
+}
+
+Register leaksCommand{{"leaks",
+                       "[COUNT [SIZE]]",
                        "plant COUNT leaks of SIZE bytes and a strdup in a leak-guard scope "
                        "and print the guard's report",
-                       runLeaks}};
+                       {},
+                       runLeaks,
+                       "COUNT is 0 to 1000 (default 2), SIZE 1 to 1048576 bytes (default 48). The "
+                       "report\nlists each leaked block with its call chain: address, source file "
+                       "(its last 32\ncharacters), line and function. Exit status 1 in a "
+                       "sanitizer build, where the\nleak guard cannot hook the allocator.",
+                       {}}};
 
 // --- memory-reserve: options and probe -----------------------------------------
 
-int runReserve(Args args) {
+int runReserve(const Invocation& call) {
+  const auto& args = call.operands();
   if (!args.empty() && args.size() != 2)
     return usage("memory-reserve");
   std::cout << "reserve held by this build: "
@@ -95,13 +93,12 @@ int runReserve(Args args) {
   for (unsigned option = 0; option < 6; ++option)
     std::cout << "  " << names[option] << " = " << KWMemoryReserveGetOption(option) << "\n";
   if (args.size() == 2) {
-    auto size = parseNumber(args[0], 1ul << 30);
-    auto fragment = parseNumber(args[1], 1ul << 30);
-    if (!size || !fragment)
-      return usage("memory-reserve");
+    const auto size = static_cast<unsigned long>(integerArgument("SIZE_MB", args[0], 0, 1 << 30));
+    const auto fragment =
+        static_cast<unsigned long>(integerArgument("FRAGMENT_MB", args[1], 0, 1 << 30));
     KWMemoryReserveEnter(nullptr, nullptr);
-    const int available = KWMemoryReserveTestAvailableMemory(*size << 20, *fragment << 20);
-    std::cout << "probe of " << *size << " MB in fragments of at least " << *fragment
+    const int available = KWMemoryReserveTestAvailableMemory(size << 20, fragment << 20);
+    std::cout << "probe of " << size << " MB in fragments of at least " << fragment
               << " MB: " << (available ? "available" : "not available") << " (level "
               << KWMemoryReserveGetLowMemoryLevel() << ")\n";
     KWMemoryReserveExit();
@@ -109,13 +106,21 @@ int runReserve(Args args) {
   return 0;
 }
 
-Register reserveCommand{{"memory-reserve", "[SIZE_MB FRAGMENT_MB]",
+Register reserveCommand{{"memory-reserve",
+                         "[SIZE_MB FRAGMENT_MB]",
                          "show the memory reserve's options; probe SIZE_MB in fragments",
-                         runReserve}};
+                         {},
+                         runReserve,
+                         "Without arguments prints the reserve's options. With SIZE_MB and "
+                         "FRAGMENT_MB (0 to\n1073741824 each) it also asks whether SIZE_MB "
+                         "megabytes can be had in pieces of at\nleast FRAGMENT_MB "
+                         "(KWMemoryReserveTestAvailableMemory).",
+                         {}}};
 
 // --- defaults: the user-defaults store of an application ---------------------
 
-int runDefaults(Args args) {
+int runDefaults(const Invocation& call) {
+  const auto& args = call.operands();
   if (args.empty())
     return usage("defaults");
   const std::string& action = args[0];
@@ -144,10 +149,19 @@ int runDefaults(Args args) {
   return usage("defaults");
 }
 
-Register defaultsCommand{{"defaults", "path | get KEY | set KEY VALUE | remove KEY",
-                          "read or write the user-defaults store of this application "
-                          "(VTCORE_DEFAULTS_FILE names another file)",
-                          runDefaults}};
+Register defaultsCommand{
+    {"defaults",
+     "path | get KEY | set KEY VALUE | remove KEY",
+     "read or write the user-defaults store of this application "
+     "(VTCORE_DEFAULTS_FILE names another file)",
+     {},
+     runDefaults,
+     "  path             the file that holds the store\n"
+     "  get KEY          the value of KEY as JSON (exit 1 when there is none)\n"
+     "  set KEY VALUE    store VALUE, read as JSON when it parses, else as a "
+     "string\n"
+     "  remove KEY       remove KEY",
+     {"path", "get", "set", "remove"}}};
 
 // --- tour ----------------------------------------------------------------------
 
@@ -159,6 +173,9 @@ void* countingMalloc(KWMallocZone* zone, std::size_t size) {
 }
 
 void tourZone() {
+  std::cout << "The allocator zone is the table of entry points (malloc, free, ...) that every\n"
+               "allocation of the process goes through; the memory reserve and the leak guard\n"
+               "work by writing their own hooks into it.\n";
   std::cout << "Every malloc of this process passes through VTCore's zone table"
             << (vtcore::mallocZoneInterposed() ? "" : " (not in sanitizer builds)") << ".\n";
   savedZone = vtcore::mallocZoneFunctions(nullptr);
@@ -176,6 +193,8 @@ void tourZone() {
 }
 
 void tourReserve() {
+  std::cout << "The memory reserve holds back blocks of memory and frees them when an\n"
+               "allocation fails, so that the application can still save its work.\n";
   std::cout << "Memory reserve: "
             << (vtcore::memoryReserveAvailable()
                     ? "held in this build"
@@ -184,9 +203,65 @@ void tourReserve() {
             << " MB, final block " << KWMemoryReserveGetOption(kKWMemReserveOptionFinalBlockSize)
             << " MB.\n";
   std::cout << "Low-memory level " << KWMemoryReserveGetLowMemoryLevel()
-            << "; probe of 64 MB in 1 MB fragments: "
+            << " (0: no shortage yet); probe of 64 MB in 1 MB fragments: "
             << (KWMemoryReserveTestAvailableMemory(64u << 20, 1u << 20) ? "available" : "short")
             << "\n";
+}
+
+// The report gives each source file as its last 32 characters, which often
+// starts in the middle of a folder name ("ork/wt/app/main.cpp") or looks
+// like a shorter absolute path ("/app/main.cpp" of "/work/wt/app/main.cpp").
+// For the reader a name that fills the field is cut back to a whole folder
+// and marked with "...": the field grows by those three characters.
+std::string tidyReportLine(const std::string& line) {
+  constexpr std::size_t kField = 32;
+  const std::string prefix = "LLD:         0x";
+  if (!line.starts_with(prefix))
+    return line;
+  const std::size_t field = line.find(' ', prefix.size());
+  if (field == std::string::npos || line.size() < field + 1 + kField)
+    return line;
+  std::string file = line.substr(field + 1, kField);
+  const std::size_t slash = file.find('/');
+  if (file.back() != ' ' && slash != std::string::npos)
+    file = "..." + file.substr(slash);
+  file.resize(kField + 3, ' ');
+  return line.substr(0, field + 1) + file + line.substr(field + 1 + kField);
+}
+
+// Runs `report` with standard output caught in a temporary file and prints
+// what it wrote, line by line through tidyReportLine.
+void printTidiedReport(void (*report)()) {
+  std::cout << std::flush;
+  std::fflush(stdout);
+  std::FILE* caught = std::tmpfile();
+  const int saved = caught ? dup(STDOUT_FILENO) : -1;
+  if (saved < 0) {
+    if (caught)
+      std::fclose(caught);
+    report();
+    return;
+  }
+  dup2(fileno(caught), STDOUT_FILENO);
+  report();
+  std::cout << std::flush;
+  std::fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  std::rewind(caught);
+  char buffer[4096];
+  while (std::fgets(buffer, sizeof buffer, caught)) {
+    std::string line = buffer;
+    const bool ended = !line.empty() && line.back() == '\n';
+    if (ended)
+      line.pop_back();
+    std::cout << tidyReportLine(line) << (ended ? "\n" : "");
+  }
+  std::fclose(caught);
+}
+
+void plantTourLeaks() {
+  reportPlantedLeaks(2, 48);
 }
 
 void tourLeakGuard() {
@@ -194,13 +269,19 @@ void tourLeakGuard() {
     std::cout << "(the leak guard needs VTCore's own allocator hooks; skipped in this build)\n";
     return;
   }
-  std::cout << "A scope that leaks two 48-byte blocks and a strdup, with the guard's report:\n"
+  std::cout << "The leak guard records every block allocated inside a scope with the call\n"
+               "chain (the functions that led to the allocation) and reports the blocks that\n"
+               "were not freed, in lines that start with LLD:. Each call-chain line gives the\n"
+               "code address, the source file (its last 32 characters; \"...\" where a folder\n"
+               "name is cut), the line and the function.\n"
+               "A scope that leaks two 48-byte blocks and a strdup, with the guard's report:\n"
             << std::flush;
-  const std::vector<std::string> noArguments;
-  runLeaks(Args(noArguments));
+  printTidiedReport(plantTourLeaks);
 }
 
 void tourDefaults() {
+  std::cout << "User defaults are an application's stored preferences (the memory layer reads\n"
+               "its settings there).\n";
   std::cout << "User defaults of \"" << vtcore::UserDefaults::applicationIdentifier()
             << "\" live in " << vtcore::UserDefaults::standard().path().string()
             << " (VTCORE_DEFAULTS_FILE names another file).\n";

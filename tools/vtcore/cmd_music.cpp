@@ -29,17 +29,6 @@ using namespace vtcore::cli;
 
 constexpr std::size_t kBlockHeaderBytes = 1024;
 
-std::optional<long long> parseInteger(const std::string& text) {
-  if (text.empty())
-    return std::nullopt;
-  errno = 0;
-  char* end = nullptr;
-  const long long value = std::strtoll(text.c_str(), &end, 0);
-  if (*end != '\0' || errno == ERANGE)
-    return std::nullopt;
-  return value;
-}
-
 const char* formatNickname(std::uint32_t format) {
   static const char* const names[] = {"none", "mono", "stereo", "quad",    "LCRS",
                                       "5.1",  "6.1",  "7.1",    "7.1 SDDS"};
@@ -65,8 +54,7 @@ void printFormat(std::uint32_t format) {
   const auto channels = channelsOf(format);
   std::cout << "Format " << format << " (" << formatNickname(format)
             << "): " << channelList(channels.data(), static_cast<std::uint32_t>(channels.size()))
-            << "   mask 0x" << std::hex << std::uppercase << GetChannelIDBitMask(format) << std::dec
-            << std::nouppercase << "\n";
+            << "   mask " << hexValue(GetChannelIDBitMask(format)) << "\n";
   std::cout << "  id  name  host label  angle\n";
   for (std::uint32_t id : channels) {
     std::cout << "  " << std::setw(2) << id << "  " << std::left << std::setw(4)
@@ -164,20 +152,15 @@ std::string speakerPicture(std::uint32_t format) {
   return svg.str();
 }
 
-int runChannels(Args args) {
+int runChannels(const Invocation& call) {
   std::optional<std::uint32_t> format;
-  std::string svgFile;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--svg") {
-      if (++i == args.size())
-        return usage("channels");
-      svgFile = args[i];
-    } else if (auto value = parseInteger(args[i]); value && !format && *value >= 1 && *value <= 8) {
-      format = static_cast<std::uint32_t>(*value);
-    } else {
-      return usage("channels");
-    }
-  }
+  if (call.operands().size() > 1)
+    return usage("channels");
+  if (!call.operands().empty())
+    format = static_cast<std::uint32_t>(integerArgument("FORMAT", call.operands()[0], 1, 8));
+  const std::string svgFile = call.value("svg").value_or("");
+  if (call.has("svg") && svgFile.empty())
+    throw UsageError("--svg needs a file name");
   if (!svgFile.empty()) {
     if (!format)
       return usage("channels");
@@ -196,26 +179,25 @@ int runChannels(Args args) {
   return 0;
 }
 
-Register channelsCommand{{"channels", "[FORMAT 1-8] [--svg FILE]",
+Register channelsCommand{{"channels",
+                          "[FORMAT 1-8] [--svg FILE]",
                           "surround formats: channels, mask, host labels and tags, angles; "
                           "--svg draws the speakers",
-                          runChannels}};
+                          {{"svg", 0, "FILE", "draw the speakers of FORMAT as an SVG picture"}},
+                          runChannels,
+                          "FORMAT is a surround format: 1 mono, 2 stereo, 3 quad, 4 LCRS, 5 5.1, "
+                          "6 6.1, 7 7.1,\n8 7.1 SDDS; without it all eight are listed. For each "
+                          "channel: its id, name, the\nlabel number of the host's layout, and its "
+                          "angle in degrees (0 front, negative\nleft); 1000 marks a channel "
+                          "without direction (LFE). A layout tag is\nlayout/channel count, as in "
+                          "121/6. --svg needs FORMAT.",
+                          {}}};
 
-int runMidi(Args args) {
+int runMidi(const Invocation& call) {
   int style = 0;
-  std::vector<std::string> values;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--style") {
-      if (++i == args.size())
-        return usage("midi");
-      auto value = parseInteger(args[i]);
-      if (!value || *value < INT32_MIN || *value > INT32_MAX)
-        return usage("midi");
-      style = static_cast<int>(*value);
-    } else {
-      values.push_back(args[i]);
-    }
-  }
+  if (auto text = call.value("style"))
+    style = static_cast<int>(integerArgument("--style", *text, INT32_MIN, INT32_MAX));
+  const std::vector<std::string>& values = call.operands();
   if (values.empty())
     return usage("midi");
   KWMIDIFormatter formatter;
@@ -224,11 +206,10 @@ int runMidi(Args args) {
     // A number is handed over as a number object; anything else as a string
     // object, which the formatter shows as the empty text.
     std::any value;
-    char* end = nullptr;
-    if (auto integer = parseInteger(text))
+    if (auto integer = readInteger(text, LLONG_MIN, LLONG_MAX))
       value = *integer;
-    else if (double real = std::strtod(text.c_str(), &end); !text.empty() && *end == '\0')
-      value = real;
+    else if (auto real = readReal(text))
+      value = *real;
     else
       value = text;
     std::string shown;
@@ -238,19 +219,26 @@ int runMidi(Args args) {
   return 0;
 }
 
-Register midiCommand{{"midi", "[--style N] VALUE...",
-                      "MIDI values as text: style 0 decimal, 1 signed, 2 hexadecimal, 3 note name",
-                      runMidi}};
+Register midiCommand{
+    {"midi",
+     "[--style N] VALUE...",
+     "MIDI values as text: style 0 decimal, 1 signed, 2 hexadecimal, 3 note name",
+     {{"style", 0, "N", "note style 0 to 3 (below); default 0"}},
+     runMidi,
+     "Note styles of KWMIDIFormatter:\n"
+     "  0  decimal: 60\n"
+     "  1  signed decimal, zero with a plus-minus sign: +60, \u00b1 0, -5\n"
+     "  2  hexadecimal: 0x3C (15 shows as \"0x F\", the formatter's own padding)\n"
+     "  3  note name with octave, middle C is C3: C3, C#3; empty for negative values\n"
+     "Other styles give the empty text. A VALUE is a whole number (decimal, or\n"
+     "hexadecimal after 0x) or a decimal fraction; anything else is handed over as a\n"
+     "text, which the formatter shows as empty. Each line is the VALUE, a tab, and the\n"
+     "formatted text in double quotes.",
+     {}}};
 
-std::optional<std::vector<unsigned char>> readFile(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  if (!in)
-    return std::nullopt;
-  std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)),
-                                   std::istreambuf_iterator<char>());
-  if (in.bad())
-    return std::nullopt;
-  return bytes;
+std::vector<unsigned char> readFile(const std::string& name) {
+  const std::string bytes = readInput(name);
+  return {bytes.begin(), bytes.end()};
 }
 
 std::uint32_t headerWord(const std::vector<unsigned char>& block, std::size_t index) {
@@ -263,17 +251,15 @@ std::uint32_t headerWord(const std::vector<unsigned char>& block, std::size_t in
 // made-up signature ('VTtr'), a version, the record count and the record
 // size; the records are random but reproducible (fixed seed).
 int makeBlock(const std::string& countText, const std::string& file) {
-  const auto count = parseInteger(countText);
-  if (!count || *count < 0 || *count > 10'000'000)
-    return usage("transients");
-  std::vector<unsigned char> block(kBlockHeaderBytes + static_cast<std::size_t>(*count) * 36);
-  const std::uint32_t header[4] = {0x56547472, 1, static_cast<std::uint32_t>(*count), 36};
+  const long long count = integerArgument("N", countText, 0, 10'000'000);
+  std::vector<unsigned char> block(kBlockHeaderBytes + static_cast<std::size_t>(count) * 36);
+  const std::uint32_t header[4] = {0x56547472, 1, static_cast<std::uint32_t>(count), 36};
   std::memcpy(block.data(), header, sizeof header);
   std::mt19937_64 random(20261122);
   std::uniform_int_distribution<std::int64_t> step(1, 44100);
   std::uniform_real_distribution<float> energy(0.0f, 1.0f), freq(20.0f, 20000.0f);
   std::int64_t pos = 0;
-  for (long long i = 0; i < *count; ++i) {
+  for (long long i = 0; i < count; ++i) {
     CTransient transient;
     pos += step(random);
     transient.pos = pos;
@@ -288,41 +274,37 @@ int makeBlock(const std::string& countText, const std::string& file) {
             static_cast<std::streamsize>(block.size()));
   if (!out.flush())
     return fail("transients", "cannot write " + file);
-  std::cout << "wrote " << file << ": " << *count << " transients, " << block.size() << " bytes\n";
+  std::cout << "wrote " << file << ": " << count << " transients, " << block.size() << " bytes\n";
   return 0;
 }
 
-int runTransients(Args args) {
-  if (args.size() == 3 && args[0] == "--make")
-    return makeBlock(args[1], args[2]);
-  std::string file;
-  bool swap = false;
-  for (const auto& arg : args) {
-    if (arg == "--swap")
-      swap = true;
-    else if (file.empty() && !arg.empty() && arg[0] != '-')
-      file = arg;
-    else
+int runTransients(const Invocation& call) {
+  if (auto count = call.value("make")) {
+    if (call.operands().size() != 1 || call.has("swap"))
       return usage("transients");
+    return makeBlock(*count, call.operands()[0]);
   }
-  if (file.empty())
+  if (call.operands().size() != 1)
     return usage("transients");
-  auto block = readFile(file);
-  if (!block)
-    return fail("transients", "cannot read " + file);
+  const std::string& file = call.operands()[0];
+  const bool swap = call.has("swap");
+  const auto bytes = readFile(file);
+  const auto* block = &bytes;
   if (block->size() < kBlockHeaderBytes)
     return fail("transients", file + " is no stored transient block: " +
                                   std::to_string(block->size()) + " bytes, fewer than 1024");
-  if (swap)
-    SwapTransientCallback(block->data(), block->size(), true);
+  auto swapped = bytes;
+  if (swap) {
+    SwapTransientCallback(swapped.data(), swapped.size(), true);
+    block = &swapped;
+  }
   const std::size_t records = (block->size() - kBlockHeaderBytes) / 36;
   const std::size_t trailing = (block->size() - kBlockHeaderBytes) % 36;
   std::cout << file << ": " << block->size() << " bytes" << (swap ? ", byte order swapped" : "")
-            << "\nheader words:" << std::hex;
+            << "\nheader words:";
   for (std::size_t i = 0; i < 4; ++i)
-    std::cout << " 0x" << std::setw(8) << std::setfill('0') << headerWord(*block, i);
-  std::cout << std::dec << std::setfill(' ') << "\n"
-            << records << " records, " << trailing << " trailing bytes left alone\n";
+    std::cout << " " << hexValue(headerWord(*block, i), 8);
+  std::cout << "\n" << records << " records, " << trailing << " trailing bytes left alone\n";
   CTransients transients(records);
   if (records)
     std::memcpy(static_cast<void*>(transients.data()), block->data() + kBlockHeaderBytes,
@@ -339,10 +321,19 @@ int runTransients(Args args) {
   return 0;
 }
 
-Register transientsCommand{{"transients", "FILE [--swap] | --make N FILE",
+Register transientsCommand{{"transients",
+                            "[--swap] FILE|- | --make N FILE",
                             "print a stored transient block (optionally byte-swapped), or "
                             "write a sample block of N transients",
-                            runTransients}};
+                            {{"swap", 0, "", "swap the block's byte order before printing it"},
+                             {"make", 0, "N", "write a sample block of N transients to FILE"}},
+                            runTransients,
+                            "A stored transient block is a 1024-byte header followed by 36-byte "
+                            "records\n(position, energy, visible weight, frequency). FILE may be "
+                            "'-' for standard\ninput. --make N (0 to 10000000) writes a block of "
+                            "N reproducible random\ntransients in this machine's byte order. Exit "
+                            "status 1 for a file shorter than\nthe header.",
+                            {}}};
 
 void printMenu(bool debug) {
   CDotAPI::SetDebugMode(debug);
@@ -357,8 +348,8 @@ void printMenu(bool debug) {
             << CDotAPI::MaxInterleave() << "\n";
 }
 
-int runDispatch(Args args) {
-  if (!args.empty())
+int runDispatch(const Invocation& call) {
+  if (!call.operands().empty())
     return usage("dispatch");
   printMenu(false);
   printMenu(true);
@@ -366,8 +357,14 @@ int runDispatch(Args args) {
   return 0;
 }
 
-Register dispatchCommand{
-    {"dispatch", "", "the code-path menu in the release and debug configurations", runDispatch}};
+Register dispatchCommand{{"dispatch",
+                          "",
+                          "the code-path menu in the release and debug configurations",
+                          {},
+                          runDispatch,
+                          "Shows the processor code paths (CDotAPI) the library offers in each "
+                          "configuration\nand which one is in force.",
+                          {}}};
 
 // --- tour -------------------------------------------------------------
 
@@ -382,7 +379,9 @@ CTransient sample(std::int64_t pos, float energy) {
 void tourTransients() {
   CTransients transients{sample(300, 0.9f), sample(100, 0.2f), sample(200, 0.5f), sample(100, 0.7f),
                          sample(400, 0.1f)};
-  std::cout << "Five transients, positions 300 100 200 100 400 (one position twice):\n";
+  std::cout << "A transient is an onset found in analysed audio (a drum hit, a plucked note):\n"
+               "its position, energy (strength), visible weight and frequency.\n"
+               "Five transients, positions 300 100 200 100 400 (one position twice):\n";
   bbTraceIndentBegin("tour", "", 2);
   for (const auto& transient : transients) {
     IndentToCout();
@@ -401,8 +400,14 @@ void tourTransients() {
     std::cout << transient << "\n";
   }
   bbTraceIndentEnd();
-  std::cout << "TraceStr of the first (brief form, then the trace stream's address):\n  "
-            << transients[0].TraceStr() << "\n";
+  // TraceStr ends its brief form with the trace stream's address, written
+  // straight after the last number ("FreqHz 7000x7ffc..."); the two are
+  // shown apart here.
+  const std::string traced = transients[0].TraceStr();
+  const std::size_t address = traced.rfind("0x");
+  std::cout << "TraceStr of the first gives the brief form followed directly by the address of\n"
+               "the stream it was written to (a check that the stream is still good):\n  "
+            << traced.substr(0, address) << "\n  then " << traced.substr(address) << "\n";
   VTEv_AssessDeviations deviations{3, -2};
   std::cout << "A deviation-assessment record: " << deviations << "\n";
 }
@@ -412,21 +417,24 @@ void tourStoredBlock() {
   CTransient transient = sample(0x0102030405, 0.75f);
   std::memcpy(block.data() + 1024, &transient, sizeof transient);
   auto hex = [&](std::size_t from, std::size_t count) {
-    std::ostringstream text;
-    for (std::size_t i = 0; i < count; ++i)
-      text << std::hex << std::setw(2) << std::setfill('0') << int(block[from + i]) << " ";
-    return text.str();
+    return hexBytes(std::string_view(reinterpret_cast<const char*>(block.data() + from), count));
   };
-  std::cout << "A stored block: 1024 header bytes, then 36-byte records.\n"
+
+  std::cout << "Applications store transient lists in files as blocks: 1024 header bytes,\n"
+               "then 36-byte records. Big-endian and little-endian are the two byte orders:\n"
+               "most significant byte first, or last (Intel processors).\n"
             << "pos and Energy of the record, little-endian:  " << hex(1024, 12) << "\n";
   SwapTransientCallback(block.data(), block.size(), true);
   std::cout << "after SwapTransientCallback (big-endian):     " << hex(1024, 12) << "\n";
   SwapTransientCallback(block.data(), block.size(), false);
   std::cout << "and once more, back where it was:             " << hex(1024, 12) << "\n"
-            << "Try: vtcore transients --make 5 t.blk && vtcore transients t.blk --swap\n";
+            << "Try: vtcore transients --make 5 t.blk && vtcore transients --swap t.blk\n";
 }
 
 void tourChannels() {
+  std::cout << "A surround format (1 mono to 8 7.1 SDDS) names its channels; a layout tag\n"
+               "(layout/channel count) says in which order a file or device carries them.\n"
+               "Angles are in degrees, 0 in front, negative to the left.\n";
   printFormat(5);
   std::uint32_t order[8] = {};
   const std::uint32_t tag = vtcore::makeChannelLayoutTag(121, 6);
@@ -437,8 +445,10 @@ void tourChannels() {
 }
 
 void tourMidi() {
+  std::cout << "KWMIDIFormatter shows a MIDI value (0 to 127: a note, a velocity, a\n"
+               "controller) in one of four note styles; middle C (60) is C3.\n";
   KWMIDIFormatter formatter;
-  const int values[] = {0, 9, 15, 60, 61, 127, -5};
+  const int values[] = {0, 9, 16, 60, 61, 127, -5};
   const char* styles[] = {"decimal", "signed", "hexadecimal", "note name"};
   std::cout << std::left << std::setw(12) << "value";
   for (int v : values)
@@ -457,10 +467,16 @@ void tourMidi() {
     }
     std::cout << "\n";
   }
-  std::cout << std::right;
+  formatter.setNoteStyle(2);
+  std::string fifteen;
+  formatter.stringForObjectValue(15).toUTF8String(fifteen);
+  std::cout << std::right << "Style 2 pads only values below 15 with a zero: 15 is \"" << fifteen
+            << "\", with a blank, as\nthe formatter has always written it.\n";
 }
 
 void tourContext() {
+  std::cout << "A musical context describes the music at a position (tempo, metre); the\n"
+               "application can install the function that fills it.\n";
   CMusicalContext context(44100, 0, nullptr);
   std::cout << "CMusicalContext at 44100 with the built-in default: tempo " << context.tempo
             << " (thousandths of bpm), metre " << context.metreNumerator << "/"
@@ -474,6 +490,9 @@ void tourContext() {
 }
 
 void tourDispatch() {
+  std::cout << "Code paths are the variants of the processing loops for different processor\n"
+               "features (SSE, SSE3, none); the menu lets a user pick one, and interleave is\n"
+               "how many blocks a loop handles at once.\n";
   printMenu(false);
   CDotAPI::SetSelection(1);
   std::cout << "after choosing menu entry 1: path " << CDotAPI::ID() << ", interleave "

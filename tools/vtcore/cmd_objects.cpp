@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -23,7 +24,8 @@ std::string utf8(const icu::UnicodeString& text) {
   return text.toUTF8String(out);
 }
 
-int runAppInfo(Args args) {
+int runAppInfo(const Invocation& call) {
+  const auto& args = call.operands();
   if (args.size() > 2)
     return usage("appinfo");
   if (args.size() > 0)
@@ -36,23 +38,33 @@ int runAppInfo(Args args) {
   return 0;
 }
 
-int runCheckMemory(Args args) {
-  if (args.size() != 1 || args[0].empty() || args[0][0] == '-')
+int runCheckMemory(const Invocation& call) {
+  if (call.operands().size() != 1)
     return usage("checkmemory");
-  char* end = nullptr;
-  errno = 0;
-  const unsigned long long size = std::strtoull(args[0].c_str(), &end, 10);
-  if (*end != '\0' || errno == ERANGE)
-    return fail("checkmemory", "SIZE must be a whole number of bytes");
+  const auto size = static_cast<unsigned long long>(
+      integerArgument("SIZE", call.operands()[0], 0, std::numeric_limits<long long>::max()));
   const bool available = LowMemoryNotificationCenter::CheckMemory(size);
   std::cout << size << " bytes " << (available ? "can" : "cannot") << " be allocated now\n";
   return 0;
 }
 
-Register appInfoCommand{{"appinfo", "[NAME [VERSION]]",
-                         "print the application name, version and system version", runAppInfo}};
-Register checkMemoryCommand{
-    {"checkmemory", "SIZE", "tell whether SIZE bytes can be allocated now", runCheckMemory}};
+Register appInfoCommand{{"appinfo",
+                         "[NAME [VERSION]]",
+                         "print the application name, version and system version",
+                         {},
+                         runAppInfo,
+                         "NAME and VERSION replace what the application-information service "
+                         "reports, for\nthis run only.",
+                         {}}};
+Register checkMemoryCommand{{"checkmemory",
+                             "SIZE",
+                             "tell whether SIZE bytes can be allocated now",
+                             {},
+                             runCheckMemory,
+                             "SIZE is a whole number of bytes. Asks the low-memory notification "
+                             "centre\n(LowMemoryNotificationCenter::CheckMemory); prints the "
+                             "answer, exit 0 either way.",
+                             {}}};
 
 // --- tour -------------------------------------------------------------------
 
@@ -119,8 +131,12 @@ void lowMemoryChild() {
 }
 
 void tourLowMemory() {
-  std::cout << "A real shortage, in a child process under an address-space limit, with two\n"
-               "observers: the escalation stops as soon as the probe succeeds.\n"
+  std::cout << "The low-memory centre probes at check points whether enough memory is left.\n"
+               "When it is not, it escalates: it posts a notification and asks its observers\n"
+               "(parts of the application that can free memory) level by level, stopping as\n"
+               "soon as the probe succeeds.\n"
+               "A real shortage, in a child process under an address-space limit, with two\n"
+               "observers:\n"
             << std::flush;
   const pid_t pid = fork();
   if (pid == 0) {
@@ -137,11 +153,13 @@ void tourLowMemory() {
 }
 
 void tourExceptionReport() {
-  std::cout << "An exception reaches the top level; the report logs it, starts eu-addr2line\n"
-               "on its call chain, and asks the user (here a presenter that answers Resume):\n"
+  std::cout << "An exception reaches the top level; the report logs it, has eu-addr2line turn\n"
+               "its call chain (the code addresses of the functions that led to it) into\n"
+               "function names and source lines, and asks the user through an alert (here a\n"
+               "presenter that answers Resume):\n"
             << std::flush;
   vtcore::setApplicationName(u"vtcore tour");
-  vtcore::setApplicationVersion(u"1.0");
+  vtcore::setApplicationVersion(icu::UnicodeString::fromUTF8(vtcore::libraryVersion()));
   auto previous = vtcore::setAlertPresenter([](const vtcore::AlertRequest& request) {
     vtcore::waitForSymbolTools(10); // its output first, for a readable tour
     std::cerr << std::flush;
@@ -181,11 +199,14 @@ void callbackPrinter(void* object, unsigned message, void*) {
 }
 
 void tourObjects() {
+  std::cout << "A singleton is a class with one shared instance; a flyweight is an object\n"
+               "shared by everyone who asks for an equal value.\n";
   Transport* transport = Transport::sharedInstance();
   std::cout << "Singleton: two requests give "
             << (transport == Transport::sharedInstance() ? "the same instance"
                                                          : "different instances (!)")
-            << "; its retain count reads " << transport->retainCount() << "\n";
+            << "; its retain count (references held) reads " << transport->retainCount()
+            << ", the largest value: a singleton is never released\n";
   KWSingleton::releaseAllSingletons();
 
   std::cout << "Flyweights: two notes with the same value, one with another:\n";
@@ -196,7 +217,8 @@ void tourObjects() {
             << "\n";
   KWFlyweight::releasePoolOfFlyweights(Note::classObject());
 
-  std::cout << "Callback list: requests queue up and apply at the start of the next pass:\n";
+  std::cout << "Callback list: objects to call in turn, which may be added or removed while\n"
+               "a pass runs; such requests queue up and apply at the start of the next pass:\n";
   static char mixer[] = "mixer", meter[] = "meter";
   CAddRemoveIterateList list;
   list.Add(mixer, callbackPrinter);

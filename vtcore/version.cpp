@@ -1,0 +1,9 @@
+#include <vtcore/version.h>
+
+namespace vtcore {
+
+const char* libraryVersion() noexcept {
+  return VTCORE_VERSION_STRING;
+}
+
+} // namespace vtcore
