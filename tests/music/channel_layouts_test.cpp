@@ -68,6 +68,10 @@ TEST(ChannelLayouts, FindFormatAndMappingForHostTags) {
       0);
   EXPECT_EQ(GetMappingForFormatAndAudioChannelLayoutTag(9, 0, order.data()), 0);
   EXPECT_EQ(order, unwritten);
+  // No order to fill fails even for a row that exists, as a lookup, not a crash.
+  EXPECT_EQ(GetMappingForFormatAndAudioChannelLayoutTag(5, 0, nullptr), 0);
+  EXPECT_EQ(GetMappingForFormatAndAudioChannelLayoutTag(6, makeChannelLayoutTag(125, 7), nullptr),
+            0);
 
   // Tag 0 asks for the format's own order, LFE included.
   const std::tuple<std::uint32_t, std::uint32_t, Order> mappings[] = {

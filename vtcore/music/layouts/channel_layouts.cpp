@@ -176,6 +176,9 @@ std::uint32_t FindFormatForAudioChannelLayoutTag(std::uint32_t tag, std::uint32_
 
 int GetMappingForFormatAndAudioChannelLayoutTag(std::uint32_t format, std::uint32_t tag,
                                                 std::uint32_t* order) {
+  // Nowhere to put the order is a failed lookup, not a write through null.
+  if (!order)
+    return 0;
   for (const auto& row : kLayouts) {
     if (row.format == format && row.tag == tag) {
       copyOrder(row, order);

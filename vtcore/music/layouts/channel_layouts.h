@@ -39,7 +39,7 @@ VTCORE_EXPORT std::uint32_t FindFormatForAudioChannelLayoutTag(std::uint32_t tag
 /// (0 asks for the format's own order, which includes LFE for formats 5 and
 /// 6), copies its 8 channel IDs into `order` and yields 1; yields 0 and
 /// leaves `order` untouched when there is no such row. `order` must point to
-/// 8 writable IDs.
+/// 8 writable IDs; a null `order` yields 0 and writes nothing.
 VTCORE_EXPORT int GetMappingForFormatAndAudioChannelLayoutTag(std::uint32_t format,
                                                               std::uint32_t tag,
                                                               std::uint32_t* order);
