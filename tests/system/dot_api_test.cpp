@@ -59,6 +59,14 @@ TEST_F(CDotAPITest, ReleaseMenuSelectionAndOverride) {
   EXPECT_EQ(CDotAPI::ID(), CDotAPI::kSSE3);
 }
 
+TEST_F(CDotAPITest, IgnoredNegativeSelectionStillInitialises) {
+  CDotAPI::SetSelection(-1);
+  EXPECT_TRUE(CDotAPI::s_fInit.load());
+  EXPECT_EQ(CDotAPI::s_eID.load(), CDotAPI::kSSE3);
+  EXPECT_FALSE(CDotAPI::s_fOverride.load());
+  EXPECT_EQ(CDotAPI::s_afEnable[CDotAPI::kSSE3][CDotAPI::kOptimizationsOff], true);
+}
+
 TEST_F(CDotAPITest, DebugConfigurationAndHistoryFlag) {
   EXPECT_TRUE(CDotAPI::UpdateHistory());
   CDotAPI::DisableHistoryUpdate();

@@ -135,6 +135,8 @@ bool CDotAPI::Override(EID id) {
 }
 
 void CDotAPI::SetSelection(int index) {
+  // Even an ignored selection initialises, as every query does.
+  ensureInit();
   if (index < 0)
     return;
   Override(MenuID(index));

@@ -52,7 +52,8 @@ public:
   /// is enabled for the processor's path and differs from it; returns whether
   /// it is. `id` is remembered either way. Requires 0 <= id <= 6.
   static bool Override(EID id);
-  /// Override(MenuID(index)); a negative index is ignored.
+  /// Initialises like every query, then Override(MenuID(index)); a negative
+  /// index changes nothing else.
   static void SetSelection(int index);
   /// The menu index of the path in force (the override's, else the
   /// processor's); 0 when it is not in the menu.
