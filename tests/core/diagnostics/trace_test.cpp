@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <iostream>
+#include <limits>
 #include <sstream>
 #include <vector>
 
@@ -52,6 +54,23 @@ TEST_F(Trace, WidthIsCappedAndNegativeWidthWritesNothing) {
   EXPECT_EQ(taken(), std::string(2048, ' '));
   gTraceIndent.clear();
   EXPECT_EQ(bbTraceIndentBegin("negative", "", -3), -3);
+  IndentToCout();
+  EXPECT_EQ(taken(), "");
+}
+
+TEST_F(Trace, HugeIndentsSaturateInsteadOfWrapping) {
+  constexpr int kMax = std::numeric_limits<std::int32_t>::max();
+  constexpr int kMin = std::numeric_limits<std::int32_t>::min();
+  EXPECT_EQ(bbTraceIndentBegin("a", "", kMax), kMax);
+  EXPECT_EQ(bbTraceIndentBegin("b", "", kMax), kMax) << "held, not wrapped negative";
+  IndentToCout();
+  EXPECT_EQ(taken(), std::string(2048, ' '));
+  bbTraceIndentEnd();
+  // Back down from the held width: the arithmetic stays exact below the limit.
+  EXPECT_EQ(bbTraceIndentBegin("c", "", -kMax), 0);
+  gTraceIndent.clear();
+  EXPECT_EQ(bbTraceIndentBegin("d", "", kMin), kMin);
+  EXPECT_EQ(bbTraceIndentBegin("e", "", -1), kMin);
   IndentToCout();
   EXPECT_EQ(taken(), "");
 }

@@ -1,7 +1,9 @@
 #include <vtcore/core/diagnostics/trace/VTTrace.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <iostream>
+#include <limits>
 
 std::vector<std::int32_t> gTraceIndent;
 std::vector<std::int32_t> gLastContainerSizes;
@@ -9,7 +11,12 @@ std::vector<std::int32_t> gLastContainerSizes;
 int bbTraceIndentBegin(const char* /*name*/, std::string text, int indent) {
   // The text would open a framed block; the framing prints nothing here.
   (void)text.empty();
-  const int width = (gTraceIndent.empty() ? 0 : gTraceIndent.back()) + indent;
+  // Summed wide and held within the stack's 32-bit range: nested huge
+  // indents must not wrap round to a negative (blank-less) width.
+  const std::int64_t sum =
+      std::int64_t{gTraceIndent.empty() ? 0 : gTraceIndent.back()} + std::int64_t{indent};
+  const auto width = static_cast<std::int32_t>(std::clamp<std::int64_t>(
+      sum, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
   gTraceIndent.push_back(width);
   return width;
 }

@@ -22,7 +22,9 @@ extern VTCORE_EXPORT std::vector<std::int32_t> gLastContainerSizes;
 inline constexpr int kTraceMaxIndent = 2048;
 
 /// Pushes (current width, or 0) + `indent` and returns the pushed width.
-/// `name` and `text` are accepted and not printed.
+/// A sum beyond the 32-bit range is held at its nearest end (INT32_MAX or
+/// INT32_MIN) instead of wrapping; IndentToCout writes at most 2048 blanks
+/// whatever the width. `name` and `text` are accepted and not printed.
 VTCORE_EXPORT int bbTraceIndentBegin(const char* name, std::string text, int indent);
 
 /// Pops the current width; an empty stack is left alone.
