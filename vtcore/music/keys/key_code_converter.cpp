@@ -228,7 +228,7 @@ KWKeyCodeConverter::translateKeyCode(std::uint16_t keyCode, bool* deadKeyState, 
   auto translation = vtcore::detail::translateKeyThroughLayout(keyCode);
   if (deadKeyState != nullptr)
     *deadKeyState = translation && translation->deadKey;
-  if (!translation || translation->text.isEmpty())
+  if (!translation)
     return std::nullopt;
   return toUpperCase ? upperCasedKeyText(translation->text) : translation->text;
 }
@@ -243,9 +243,21 @@ void KWKeyCodeConverter::generateKeyCharToKeyCodeLUT() {
     return;
   table = std::make_unique<KeyTextTable>();
   // 128 has no key; the range is kept as it has always been.
-  for (std::uint16_t keyCode = 0; keyCode <= 128; ++keyCode)
-    if (auto text = translateKeyCode(keyCode, nullptr, false))
+  for (std::uint16_t keyCode = 0; keyCode <= 128; ++keyCode) {
+    auto text = translateKeyCode(keyCode, nullptr, false);
+    if (text && !text->isEmpty())
       (*table)[*text].push_back(keyCode);
+    // A special key is also found by its own character code, which the
+    // layout does not type (Home, Page up, the arrows) or types differently
+    // (keypad Enter types a carriage return): keyCharForKeyCode gives that
+    // code, and it has to lead back to the key.
+    const auto* special = findSpecialKey([&](const SpecialKey& k) { return k.keyCode == keyCode; });
+    if (special == nullptr || special->charCode == 0)
+      continue;
+    auto character = romanCharacter(special->charCode);
+    if (character && (!text || *character != *text))
+      (*table)[*character].push_back(keyCode);
+  }
 }
 
 std::uint8_t KWKeyCodeConverter::keyCharForKeyCode(std::uint16_t keyCode) {

@@ -76,9 +76,9 @@ VTCORE_EXPORT const char* xkbKeyNameForKeyCode(std::uint16_t keyCode);
 ///
 /// A missing result is std::nullopt. Key code 0 is a real key (A on a US
 /// layout) but the table searches treat it as "no key", as they always have.
-/// Key codes without a key (52, 54, anything above 126 ...) translate to
-/// nothing; character codes above 255 are not character codes and find
-/// nothing.
+/// Key codes without a key (52, 54, anything above 126 ...) translate to the
+/// empty text, as keys that type nothing do; character codes above 255 are not character codes and
+/// find nothing.
 class VTCORE_EXPORT KWKeyCodeConverter {
 public:
   KWKeyCodeConverter() = delete;
@@ -106,9 +106,10 @@ public:
   /// character (^, ´, `, ~, ¨ ...) and sets `*deadKeyState`. With
   /// `toUpperCase` the text is upper-cased, except that a sharp s stays "ß"
   /// rather than becoming "SS". Control keys give their control character
-  /// (Return "\r", Tab "\t"). Null, with the flag cleared, for a key without
-  /// text (Shift, F1), a key code without a key, or when no keyboard layout
-  /// could be built. `deadKeyState` may be null.
+  /// (Return "\r", Tab "\t"). A key that types nothing (Shift, Caps Lock,
+  /// F1) and a key code without a key give the empty text, so that display
+  /// texts still show their modifiers. Null, with the flag cleared, only when
+  /// no keyboard layout could be built. `deadKeyState` may be null.
   static std::optional<icu::UnicodeString> translateKeyCode(std::uint16_t keyCode,
                                                             bool* deadKeyState, bool toUpperCase);
 
@@ -117,6 +118,10 @@ public:
 
   /// Builds the table from a key's text (as translateKeyCode gives it, not
   /// upper-cased) to the key codes that type it, for key codes 0 to 128.
+  /// A special key is also filed under its own character code (Home under
+  /// 1, keypad Enter under 3), so that keyCodeForKeyChar(keyCharForKeyCode(k))
+  /// gives k back for every special key whose character code is not 0 and
+  /// not taken by an earlier key (27 stays Escape's, not Clear's).
   /// Built once, on first need; later calls do nothing. Only
   /// setKeyboardLayout discards it.
   static void generateKeyCharToKeyCodeLUT();
@@ -151,7 +156,9 @@ public:
 
   /// Display text of a key command: the modifier symbols followed by the
   /// key's table text, else its upper-cased layout text ("⌃⌥F1", "⌘Z").
-  /// Null when the key has no text (whatever the modifiers).
+  /// A key that types nothing shows the modifiers alone ("⌘" for Shift with
+  /// command; the empty text without modifiers). Null only without a
+  /// keyboard layout and without modifiers.
   static std::optional<icu::UnicodeString> stringForKeycode(std::uint16_t keyCode,
                                                             std::uint32_t modifierFlags);
 

@@ -203,11 +203,14 @@ namespace vtcore::detail {
 std::optional<KeyTranslation> translateKeyThroughLayout(std::uint16_t keyCode) {
   const char* keyName = xkbKeyNameForKeyCode(keyCode);
   auto& state = builtLayout();
-  if (keyName == nullptr || !state.keymap)
+  if (!state.keymap)
     return std::nullopt;
+  // A code with no key on this keyboard types nothing, like Shift does.
+  if (keyName == nullptr)
+    return KeyTranslation{};
   const xkb_keycode_t key = xkb_keymap_key_by_name(state.keymap.get(), keyName);
   if (key == XKB_KEYCODE_INVALID)
-    return std::nullopt;
+    return KeyTranslation{};
 
   // The first shift level of the first layout group is what the key types
   // with no modifier held. Keypads of the keyboards these key codes come from

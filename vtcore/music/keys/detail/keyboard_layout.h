@@ -20,8 +20,8 @@ struct KeyTranslation {
 };
 
 /// Translates the key at `keyCode` through the current layout, building the
-/// layout on first use. Null when there is no layout (it could not be built)
-/// or the code has no key.
+/// layout on first use. Null only when there is no layout (it could not be
+/// built); a code with no key translates to an empty text.
 std::optional<KeyTranslation> translateKeyThroughLayout(std::uint16_t keyCode);
 
 /// Replaces the layout with `layout`/`variant` (empty layout: the default
