@@ -34,7 +34,7 @@ public:
   template <std::unsigned_integral T>
   FormatArgument(T value) : m_kind(Kind::Unsigned), m_unsigned(value) {}
   template <std::floating_point T>
-  FormatArgument(T value) : m_kind(Kind::Double), m_double(static_cast<double>(value)) {}
+  FormatArgument(T value) : m_kind(Kind::Double), m_double(static_cast<long double>(value)) {}
   FormatArgument(const char* text) : m_kind(Kind::Text), m_text(text ? text : "(null)") {}
   FormatArgument(char* text) : FormatArgument(static_cast<const char*>(text)) {}
   FormatArgument(std::string_view text) : m_kind(Kind::Text), m_text(text) {}
@@ -69,6 +69,7 @@ public:
   long long asSigned() const;
   unsigned long long asUnsigned() const;
   double asDouble() const;
+  long double asLongDouble() const;
   const void* asPointer() const;
   /// The "%@" text: a text as itself, a number in decimal, a pointer in hex.
   std::string description() const;
@@ -77,16 +78,26 @@ private:
   Kind m_kind = Kind::None;
   long long m_signed = 0;
   unsigned long long m_unsigned = 0;
-  double m_double = 0;
+  long double m_double = 0;
   const volatile void* m_pointer = nullptr;
   std::string m_text;
 };
 
 /// Fills `format` with `arguments` as printf would, plus "%@" (description)
-/// and "%C" (a Unicode code point). A conversion with no argument left, "%n"
-/// and unknown conversions are copied as they stand, and so is a conversion
-/// whose width or precision has more than six digits. Never reads past
-/// `arguments`.
+/// and "%C" / "%lc" (a Unicode code point, written in UTF-8). An integer
+/// conversion prints the argument converted to the type its length modifier
+/// names ("%x" of the int -1 is ffffffff, "%hhd" of 300 is 44), a "%c" the
+/// byte it converts to. Numbered conversions ("%2$@ %1$@", "%1$*2$.*3$f")
+/// pick their arguments by number; as in printf a format uses either
+/// numbered or unnumbered conversions, and the first conversion decides.
+/// A floating-point argument read by an integer conversion is truncated and
+/// held within the range of the type the conversion reads (NaN reads 0); an
+/// integer read by a floating-point conversion is converted.
+///
+/// Copied as they stand, never reading an argument that is not there: a
+/// conversion with no argument (left), one numbered against the format's
+/// kind, "%n", unknown conversions, and a conversion whose width or
+/// precision has more than six digits.
 VTCORE_EXPORT std::string formatSafely(std::string_view format,
                                        std::span<const FormatArgument> arguments);
 
