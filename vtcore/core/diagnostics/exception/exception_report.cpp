@@ -130,12 +130,26 @@ void startSymbolTool(const std::string& stackTrace) {
   reapInBackground(pid);
 }
 
-[[noreturn]] void crashForCrashReport() {
-  // A store the compiler cannot prove to be through null, so it stays: the
-  // process dies with an invalid-memory fault, which the system's crash
-  // reporter records.
-  std::uint32_t* volatile address = nullptr;
-  *address = 4711;
+// Writes 4711 to address 0 so that the process dies with an invalid-memory
+// fault (SIGSEGV at address 0), which the system's crash reporter records.
+//
+// The store is written in assembly: a store through a null pointer in C++ is
+// undefined, and optimisers (GCC at -O2, clang) replace it, volatile or not,
+// by their trap instruction, which dies with SIGILL instead. The sanitizers
+// would likewise report it as their own error before the fault. Assembly is
+// neither analysed nor instrumented, so every build faults the same way.
+[[noreturn]] __attribute__((noinline)) void crashForCrashReport() {
+#if defined(__x86_64__) || defined(__i386__)
+  asm volatile("movl %0, (%1)" : : "r"(4711u), "r"(std::uintptr_t{0}) : "memory");
+#elif defined(__aarch64__)
+  asm volatile("str %w0, [%1]" : : "r"(4711u), "r"(std::uintptr_t{0}) : "memory");
+#else
+  // Elsewhere: hide the address from the optimiser, then store through it.
+  std::uintptr_t address = 0;
+  asm volatile("" : "+r"(address));
+  *reinterpret_cast<volatile std::uint32_t*>(address) = 4711;
+#endif
+  // Should the store not fault after all, stop as a debugger would.
   __builtin_trap();
 }
 

@@ -30,8 +30,9 @@
 /// presenter is installed) calls the terminate hook (see
 /// vtcore::setTerminateHook), which by default ends the process normally;
 /// "Resume", and a cancelled alert, return to the caller; "Crash with crash
-/// report" ends the process with an invalid-memory fault (SIGSEGV) so that
-/// the system records a crash report.
+/// report" writes 4711 to address 0, so that the process ends with an
+/// invalid-memory fault (SIGSEGV at address 0) in every build, optimised and
+/// sanitized ones included, and the system records a crash report.
 ///
 /// Not reentrant by design: a call made while a report is shown (for
 /// instance from the presenter) returns at once and logs nothing. Meant for
