@@ -1,9 +1,12 @@
 #include <tests/support/log_capture.h>
+#include <tests/support/refusing_allocator.h>
 
 #include <vtcore/core/diagnostics/log/log.h>
+#include <vtcore/core/platform/alert.h>
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
 #include <regex>
 #include <sstream>
@@ -160,6 +163,87 @@ TEST_F(Logging, ClosedStandardErrorOnlyLosesTheCopy) {
   dup2(saved, STDERR_FILENO);
   close(saved);
   EXPECT_EQ(m_log.sink().records().at(0).field("Message"), "still logged");
+}
+
+TEST_F(Logging, KWLogFormatsLikePrintfWithNumberedObjects) {
+  KWLog(6, false, "T", icu::UnicodeString::fromUTF8("%2$@ %1$@ %3$x %3$hhd"), "a", "b", -1);
+  KWLog(6, false, "T", icu::UnicodeString::fromUTF8("%x|%hhd|%lu|%zu|%c"), -1, 300, 7ul,
+        std::size_t{8}, 65);
+  const auto records = m_log.sink().records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[0].field("Message"), "b a ffffffff -1");
+  EXPECT_EQ(records[1].field("Message"), "ffffffff|44|7|8|A");
+}
+
+// Running out of memory is when an application most needs its log: nothing
+// may throw through the C entry points, the pieces that need memory are left
+// out, and the standard-error line still goes out.
+TEST_F(Logging, RefusedAllocationsLeaveOutPiecesButNeverThrow) {
+  if (!RefusingAllocator::available())
+    GTEST_SKIP() << "the sanitizer's allocator cannot be made to refuse";
+  StandardErrorToFile err;
+  // A presenter too big to be copied without the heap: asking it fails too.
+  std::array<char, 256> ballast{};
+  vtcore::setAlertPresenter([ballast](const vtcore::AlertRequest&) {
+    return ballast[0] == 0 ? vtcore::kAlertAlternate : vtcore::kAlertDefault;
+  });
+  const std::optional<icu::UnicodeString> format = icu::UnicodeString::fromUTF8("%@ and %d");
+  // As in a running application, the time zone and ICU's converters are
+  // loaded before memory runs out (ICU remembers a failed first load).
+  KWLogCString(6, true, "warm", "up");
+  int silenced = 0;
+  dbgASSERT(0, "warm", "up", &silenced);
+  m_log.sink().clear();
+  const std::string before = err.contents();
+
+  int escaped = 0, debugger = -1, counter = 3;
+  bool goOn = false;
+  {
+    RefusingAllocator refusing;
+    try {
+      KWLogCString(2, true, "OutOfMemory", "x=%d", 5);
+    } catch (...) {
+      ++escaped;
+    }
+    try {
+      KWLog(2, true, "KWLog", format, "text", 5);
+    } catch (...) {
+      ++escaped;
+    }
+    try {
+      debugger = dbgASSERT(0, "n > 0 %%", "Player", &counter);
+    } catch (...) {
+      ++escaped;
+    }
+    try {
+      goOn = bbAssert(false, "p", "12", "Loader", kAssertTypeDefault, nullptr);
+    } catch (...) {
+      ++escaped;
+    }
+  }
+  vtcore::setAlertPresenter({});
+
+  EXPECT_EQ(escaped, 0);
+  EXPECT_EQ(debugger, 0) << "an alert that cannot be asked counts as cancelled";
+  EXPECT_EQ(counter, 2);
+  EXPECT_TRUE(goOn);
+  EXPECT_TRUE(m_log.sink().records().empty()) << "the records needed memory";
+  std::istringstream lines(err.contents().substr(before.size()));
+  std::vector<std::string> written;
+  for (std::string line; std::getline(lines, line);)
+    written.push_back(line);
+  const std::regex banner(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \S+\[\d+:[0-9a-f]+\] )");
+  const std::string expected[] = {
+      "OutOfMemory", // the message could not be formatted: the tag alone
+      "KWLog", "dbgASSERT: ASSERT(n > 0 %) in Player failed.",
+      "dbgASSERT: ASSERT(AAssert (p) in Loader, line 12 failed.) in Loader failed."};
+  ASSERT_EQ(written.size(), std::size(expected)) << err.contents();
+  for (std::size_t i = 0; i < written.size(); ++i) {
+    std::smatch match;
+    ASSERT_TRUE(std::regex_search(written[i], match, banner)) << written[i];
+    EXPECT_EQ(match.position(0), 0) << written[i];
+    EXPECT_EQ(match.suffix().str(), expected[i]);
+  }
 }
 
 } // namespace

@@ -20,17 +20,18 @@ AlertPresenter setAlertPresenter(AlertPresenter presenter) {
   return presenter;
 }
 
-int presentAlert(const AlertRequest& request) {
-  AlertPresenter presenter;
-  {
-    // The presenter runs outside the lock: it blocks for as long as the user
-    // takes, and may itself assert.
-    std::lock_guard lock(presenterMutex());
-    presenter = installedPresenter();
-  }
-  if (!presenter)
-    return kAlertDefault;
+int presentAlert(const AlertRequest& request) noexcept {
   try {
+    AlertPresenter presenter;
+    {
+      // The presenter runs outside the lock: it blocks for as long as the
+      // user takes, and may itself assert. The copy may fail for want of
+      // memory, which counts as a cancelled alert.
+      std::lock_guard lock(presenterMutex());
+      presenter = installedPresenter();
+    }
+    if (!presenter)
+      return kAlertDefault;
     int answer = presenter(request);
     return answer >= kAlertDefault && answer <= kAlertCancel ? answer : kAlertCancel;
   } catch (...) {

@@ -42,7 +42,8 @@ using AlertPresenter = std::function<int(const AlertRequest& request)>;
 VTCORE_EXPORT AlertPresenter setAlertPresenter(AlertPresenter presenter);
 
 /// Asks the installed presenter; 0 when none is installed. An answer outside
-/// 0..3, or an exception thrown by the presenter, counts as 3 (cancelled).
-VTCORE_EXPORT int presentAlert(const AlertRequest& request);
+/// 0..3, an exception thrown by the presenter, or too little memory to call
+/// it counts as 3 (cancelled). Never throws.
+VTCORE_EXPORT int presentAlert(const AlertRequest& request) noexcept;
 
 } // namespace vtcore

@@ -13,7 +13,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <sys/auxv.h>
 #include <sys/stat.h>
@@ -58,13 +57,16 @@ struct FreeDeleter {
 };
 using MallocText = std::unique_ptr<char, FreeDeleter>;
 
+// The banner and the time attributes, in fixed buffers: the standard-error
+// copy must be possible when nothing can be allocated. The tag and ": " are
+// written as pieces of their own, so a long tag is never cut.
 struct TimeParts {
-  std::string banner;
-  std::string localTime;
-  std::string thread;
+  char localTime[64];
+  char thread[16];
+  char prefix[512]; // "<local time> <process>[<pid>:<thread>] "
 };
 
-bool makeTimeParts(const char* tag, bool messageNonEmpty, TimeParts& parts) {
+bool makeTimeParts(TimeParts& parts) {
   timespec now{};
   if (clock_gettime(CLOCK_REALTIME, &now) != 0)
     return false;
@@ -74,23 +76,35 @@ bool makeTimeParts(const char* tag, bool messageNonEmpty, TimeParts& parts) {
   const int milliseconds =
       static_cast<int>(std::floor(static_cast<double>(now.tv_nsec) / 1e9 * 1000.0));
   const unsigned thread = static_cast<unsigned>(gettid());
-  char stamp[64];
-  std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02d %02d:%02d:%02d.%03d", broken.tm_year + 1900,
-                broken.tm_mon + 1, broken.tm_mday, broken.tm_hour, broken.tm_min, broken.tm_sec,
-                milliseconds);
-  char process[512];
-  std::snprintf(process, sizeof process, "%s[%d:%x] ", program_invocation_short_name,
-                static_cast<int>(getpid()), thread);
-  parts.localTime = stamp;
-  parts.banner = parts.localTime + " " + process;
-  if (tag) {
-    parts.banner += tag;
-    parts.banner += messageNonEmpty ? ": " : "";
-  }
-  char threadText[16];
-  std::snprintf(threadText, sizeof threadText, "%x", thread);
-  parts.thread = threadText;
+  std::snprintf(parts.localTime, sizeof parts.localTime, "%04d-%02d-%02d %02d:%02d:%02d.%03d",
+                broken.tm_year + 1900, broken.tm_mon + 1, broken.tm_mday, broken.tm_hour,
+                broken.tm_min, broken.tm_sec, milliseconds);
+  std::snprintf(parts.prefix, sizeof parts.prefix, "%s %s[%d:%x] ", parts.localTime,
+                program_invocation_short_name, static_cast<int>(getpid()), thread);
+  std::snprintf(parts.thread, sizeof parts.thread, "%x", thread);
   return true;
+}
+
+// The system-log copy. It needs memory; without any the record is left out
+// and the standard-error copy still goes. A sink that throws loses its record
+// the same way: nothing crosses the C entry points.
+void sendRecord(int level, bool haveTime, const TimeParts& time, const char* tag,
+                const char* message, std::size_t length) noexcept {
+  try {
+    LogRecord record;
+    record.identity = tag ? tag : "KWLogCString";
+    record.level = level;
+    if (haveTime) {
+      record.fields.emplace_back("QXLog Local Time", time.localTime);
+      record.fields.emplace_back("QXLog Thread", time.thread);
+    }
+    record.fields.emplace_back("ReadUID", std::to_string(geteuid()));
+    record.fields.emplace_back("Level", kLevelDigits[level]);
+    record.fields.emplace_back("Message", message ? std::string(message, length)
+                                                  : std::string(tag ? tag : ""));
+    currentSink().send(record);
+  } catch (...) {
+  }
 }
 
 // True when systemd started this process with its standard error connected
@@ -149,28 +163,17 @@ LogSink* setLogSink(LogSink* sink) {
 
 namespace detail {
 
-// The logger after formatting: `message` is null when there is none.
+// The logger after formatting: `message` is null when there is none. Never
+// allocates on the way to standard error.
 void logMessage(int level, bool withBanner, const char* tag, const char* message,
-                std::size_t length) {
+                std::size_t length) noexcept {
   if (level < 0 || level > 7)
     return;
   const bool messageNonEmpty = message && length > 0;
 
   TimeParts time;
-  const bool haveTime = withBanner && makeTimeParts(tag, messageNonEmpty, time);
-
-  LogRecord record;
-  record.identity = tag ? tag : "KWLogCString";
-  record.level = level;
-  if (haveTime) {
-    record.fields.emplace_back("QXLog Local Time", time.localTime);
-    record.fields.emplace_back("QXLog Thread", time.thread);
-  }
-  record.fields.emplace_back("ReadUID", std::to_string(geteuid()));
-  record.fields.emplace_back("Level", kLevelDigits[level]);
-  record.fields.emplace_back("Message",
-                             message ? std::string(message, length) : std::string(tag ? tag : ""));
-  currentSink().send(record);
+  const bool haveTime = withBanner && makeTimeParts(time);
+  sendRecord(level, haveTime, time, tag, message, length);
 
   if (!shouldWriteToStandardError())
     return;
@@ -183,13 +186,20 @@ void logMessage(int level, bool withBanner, const char* tag, const char* message
   // A line that ends in a backspace is continued by the next one on purpose.
   const bool addLineFeed =
       bodyLength == 0 || (body[bodyLength - 1] != '\n' && body[bodyLength - 1] != '\b');
-  iovec pieces[3];
+  static char separator[] = ": ";
+  static char lineFeed[] = "\n";
+  iovec pieces[5];
   int count = 0;
-  if (haveTime)
-    pieces[count++] = {time.banner.data(), time.banner.size()};
+  if (haveTime) {
+    pieces[count++] = {time.prefix, std::strlen(time.prefix)};
+    if (tag) {
+      pieces[count++] = {const_cast<char*>(tag), std::strlen(tag)};
+      if (messageNonEmpty)
+        pieces[count++] = {separator, 2};
+    }
+  }
   if (bodyLength > 0)
     pieces[count++] = {const_cast<char*>(body), bodyLength};
-  static char lineFeed[] = "\n";
   if (addLineFeed)
     pieces[count++] = {lineFeed, 1};
   SpinLockGuard lock;
@@ -198,7 +208,7 @@ void logMessage(int level, bool withBanner, const char* tag, const char* message
 
 void logFormatted(int level, bool withBanner, const char* tag,
                   const std::optional<icu::UnicodeString>& format,
-                  std::span<const FormatArgument> arguments) {
+                  std::span<const FormatArgument> arguments) noexcept {
   if (level < 0 || level > 7)
     return;
   if (!format) {
@@ -206,12 +216,34 @@ void logFormatted(int level, bool withBanner, const char* tag,
       logMessage(level, withBanner, tag, nullptr, 0);
     return;
   }
-  std::string utf8;
-  format->toUTF8String(utf8);
-  // The finished text is the logger's format in turn: the second pass has no
-  // arguments, so only "%%" changes and nothing is ever read that is not there.
-  const std::string text = formatSafely(formatSafely(utf8, arguments), {});
+  std::string text;
+  try {
+    std::string utf8;
+    format->toUTF8String(utf8);
+    // The finished text is the logger's format in turn: the second pass has
+    // no arguments, so only "%%" changes and nothing is ever read that is not
+    // there.
+    text = formatSafely(formatSafely(utf8, arguments), {});
+  } catch (...) {
+    // Out of memory (or an object whose description threw): the message is
+    // absent, as KWLogCString leaves it when formatting fails.
+    if (tag)
+      logMessage(level, withBanner, tag, nullptr, 0);
+    return;
+  }
   logMessage(level, withBanner, tag, text.c_str(), text.size());
+}
+
+// "%%" as "%", the rest as it stands: the second formatting pass of an
+// assertion text done in place, for when formatSafely cannot allocate.
+void collapsePercentSigns(char* text) noexcept {
+  char* out = text;
+  for (const char* in = text; *in; ++in) {
+    *out++ = *in;
+    if (in[0] == '%' && in[1] == '%')
+      ++in;
+  }
+  *out = '\0';
 }
 
 } // namespace detail
@@ -261,9 +293,17 @@ int dbgASSERT(int condition, const char* expression, const char* location, int* 
   const bool show = !counter || local > 0 || local == -1;
   int answer = vtcore::kAlertDefault;
   if (show) {
-    const std::string text = vtcore::detail::formatSafely(buffer, {});
-    vtcore::detail::logMessage(3, KWLogWithSyslogBanner() != 0, "dbgASSERT", text.c_str(),
-                               text.size());
+    const bool banner = KWLogWithSyslogBanner() != 0;
+    try {
+      const std::string text = vtcore::detail::formatSafely(buffer, {});
+      vtcore::detail::logMessage(3, banner, "dbgASSERT", text.c_str(), text.size());
+    } catch (...) {
+      // Without memory the text is still logged, formatted in a copy here.
+      char text[sizeof buffer];
+      std::memcpy(text, buffer, sizeof text);
+      vtcore::detail::collapsePercentSigns(text);
+      vtcore::detail::logMessage(3, banner, "dbgASSERT", text, std::strlen(text));
+    }
     vtcore::AlertRequest request;
     request.level = vtcore::AlertLevel::Stop;
     request.header = icu::UnicodeString::fromUTF8("Assertion failed");
@@ -300,10 +340,13 @@ bool bbAssert(bool condition, const char* expression, const char* line, const ch
               TAssertType /*type*/, int* counter) {
   if (condition)
     return true;
-  std::ostringstream text;
-  text << "AAssert (" << (expression ? expression : "(null)") << ") in " << (file ? file : "(null)")
-       << ", line " << (line ? line : "(null)") << " failed.";
-  return dbgASSERT(0, text.str().c_str(), file, counter) == 0;
+  // Composed without allocating. dbgASSERT cuts its whole text to 4095
+  // bytes, and this one goes in after "ASSERT(", so a longer one would be
+  // cut there anyway: the buffer loses nothing.
+  char text[4096];
+  std::snprintf(text, sizeof text, "AAssert (%s) in %s, line %s failed.",
+                expression ? expression : "(null)", file ? file : "(null)", line ? line : "(null)");
+  return dbgASSERT(0, text, file, counter) == 0;
 }
 
 void KWOutputMemory(const void* /*address*/, int /*byteCount*/) {}

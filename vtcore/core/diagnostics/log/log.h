@@ -37,6 +37,9 @@ VTCORE_EXPORT int KWLogWithSyslogBanner(void);
 ///
 /// Does nothing when `level` is outside 0..7 or when both `tag` and `format`
 /// are null. A closed standard error only loses the standard-error copy.
+/// Out of memory, the message is absent when it cannot be formatted and the
+/// system-log record is absent; the standard-error line is written without
+/// allocating. No exception leaves this function.
 VTCORE_EXPORT void KWLogCString(int level, bool withBanner, const char* tag, const char* format,
                                 ...) __attribute__((format(printf, 4, 5)));
 
@@ -54,6 +57,8 @@ VTCORE_EXPORT void KWLogCString(int level, bool withBanner, const char* tag, con
 /// The logged text is formatted a second time as the logger's format, so a
 /// "%%" in the expression prints as "%"; conversions with no argument are
 /// printed as they stand. Returns 1 when the user chose "Debugger", else 0.
+/// Out of memory, the text still goes to standard error and the alert is
+/// answered as cancelled (0); no exception leaves this function.
 VTCORE_EXPORT int dbgASSERT(int condition, const char* expression, const char* location,
                             int* counter);
 
@@ -72,7 +77,8 @@ typedef enum TAssertType {
 /// "AAssert (<expression>) in <file>, line <line> failed." and passes it to
 /// dbgASSERT(0, text, file, counter). Returns true to go on, false when the
 /// user asked for the debugger. `line` is the line number as text; `type` is
-/// ignored. Null texts print as "(null)".
+/// ignored. Null texts print as "(null)". Out of memory it behaves as
+/// dbgASSERT does; no exception leaves this function.
 VTCORE_EXPORT bool bbAssert(bool condition, const char* expression, const char* line,
                             const char* file, TAssertType type, int* counter);
 
@@ -90,11 +96,16 @@ extern VTCORE_EXPORT std::atomic<int> sAssertionFailed;
 namespace vtcore::detail {
 /// The logger after formatting: logs `message` (`length` bytes; null for no
 /// message) exactly as KWLogCString logs its formatted text.
+/// The standard-error copy never allocates.
 VTCORE_EXPORT void logMessage(int level, bool withBanner, const char* tag, const char* message,
-                              std::size_t length);
+                              std::size_t length) noexcept;
+/// KWLog after its arguments are packed; the message is absent when it
+/// cannot be formatted (out of memory, a description that throws).
 VTCORE_EXPORT void logFormatted(int level, bool withBanner, const char* tag,
                                 const std::optional<icu::UnicodeString>& format,
-                                std::span<const FormatArgument> arguments);
+                                std::span<const FormatArgument> arguments) noexcept;
+/// Turns each "%%" of `text` into "%" in place.
+VTCORE_EXPORT void collapsePercentSigns(char* text) noexcept;
 } // namespace vtcore::detail
 
 /// Logs a message whose format is a host string. The format is filled with
@@ -105,14 +116,21 @@ VTCORE_EXPORT void logFormatted(int level, bool withBanner, const char* tag,
 /// format, as it always has been: a "%%" that survives the first pass becomes
 /// "%". A conversion with no argument left for it, in either pass, is printed
 /// as it stands; an argument is never read that is not there. A null
-/// `format` (std::nullopt) logs the tag alone, as KWLogCString does.
+/// `format` (std::nullopt) logs the tag alone, as KWLogCString does. When
+/// the message cannot be made (out of memory, a description that throws) it
+/// is absent and the tag alone is logged; no exception leaves KWLog.
 template <typename... Arguments>
 void KWLog(int level, bool withBanner, const char* tag,
-           const std::optional<icu::UnicodeString>& format, const Arguments&... arguments) {
-  const vtcore::detail::FormatArgument packed[] = {vtcore::detail::FormatArgument(arguments)...,
-                                                   vtcore::detail::FormatArgument()};
-  vtcore::detail::logFormatted(level, withBanner, tag, format,
-                               std::span(packed, sizeof...(Arguments)));
+           const std::optional<icu::UnicodeString>& format,
+           const Arguments&... arguments) noexcept {
+  try {
+    const vtcore::detail::FormatArgument packed[] = {vtcore::detail::FormatArgument(arguments)...,
+                                                     vtcore::detail::FormatArgument()};
+    vtcore::detail::logFormatted(level, withBanner, tag, format,
+                                 std::span(packed, sizeof...(Arguments)));
+  } catch (...) {
+    vtcore::detail::logFormatted(level, withBanner, tag, std::nullopt, {});
+  }
 }
 
 #endif
