@@ -2,12 +2,21 @@
 
 #include <vtcore/core/platform/log_sink.h>
 
+#include <vtcore/core/platform/detail/system_log_paths.h>
+
 #include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <mutex>
 #include <string>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <systemd/sd-journal.h>
+#include <unistd.h>
 
 namespace vtcore {
 
@@ -39,24 +48,39 @@ std::string journalFieldName(const std::string& key) {
 
 namespace {
 
-const char* journalSocketPath() {
-  // Tests point this at a private journald.
-  return "/run/systemd/journal/socket";
+constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
+constexpr const char* kSyslogSocket = "/dev/log";
+
+struct PathSettings {
+  std::mutex mutex;
+  detail::SystemLogPaths paths{kJournalSocket, kSyslogSocket};
+};
+
+PathSettings& pathSettings() {
+  static PathSettings settings;
+  return settings;
 }
 
-bool journalIsListening() {
+detail::SystemLogPaths currentPaths() {
+  auto& settings = pathSettings();
+  std::lock_guard lock(settings.mutex);
+  return settings.paths;
+}
+
+bool journalIsListening(const std::string& path) {
   // sd_journal_sendv reports success even when nobody listens, so the socket
   // is looked for here.
   struct stat status {};
-  return ::stat(journalSocketPath(), &status) == 0 && S_ISSOCK(status.st_mode);
+  return ::stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
 }
 
 class SystemLogSink final : public LogSink {
 public:
   void send(const LogRecord& record) override {
-    if (journalIsListening() && sendToJournal(record))
+    const detail::SystemLogPaths paths = currentPaths();
+    if (journalIsListening(paths.journal) && sendToJournal(record))
       return;
-    sendToSyslog(record);
+    sendToSyslog(paths.syslog, record);
   }
 
 private:
@@ -74,16 +98,49 @@ private:
     return sd_journal_sendv(vector.data(), static_cast<int>(vector.size())) == 0;
   }
 
-  static void sendToSyslog(const LogRecord& record) {
-    // openlog keeps the identity pointer until closelog, so it lives here.
-    const std::string identity = record.identity;
-    openlog(identity.c_str(), LOG_PID, LOG_USER);
-    syslog(record.level, "%s", record.field("Message").c_str());
-    closelog();
+  // One datagram on a socket of its own, in the format syslog(3) writes:
+  // openlog/syslog keep one identity, option set and facility for the whole
+  // process, which belong to the application, and a record of one thread
+  // would go out under the identity another thread had just opened.
+  static void sendToSyslog(const std::string& path, const LogRecord& record) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+      return;
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+
+    char stamp[32] = "";
+    const std::time_t now = std::time(nullptr);
+    std::tm broken{};
+    if (localtime_r(&now, &broken))
+      std::strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &broken);
+    const std::string datagram = "<" + std::to_string(LOG_USER | (record.level & LOG_PRIMASK)) +
+                                 ">" + stamp + " " + record.identity + "[" +
+                                 std::to_string(getpid()) + "]: " + record.field("Message");
+
+    const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (socket < 0)
+      return;
+    while (::sendto(socket, datagram.data(), datagram.size(), MSG_NOSIGNAL,
+                    reinterpret_cast<const sockaddr*>(&address), sizeof address) < 0 &&
+           errno == EINTR) {
+    }
+    ::close(socket);
   }
 };
 
 } // namespace
+
+detail::SystemLogPaths detail::setSystemLogPaths(SystemLogPaths paths) {
+  if (paths.journal.empty())
+    paths.journal = kJournalSocket;
+  if (paths.syslog.empty())
+    paths.syslog = kSyslogSocket;
+  auto& settings = pathSettings();
+  std::lock_guard lock(settings.mutex);
+  std::swap(settings.paths, paths);
+  return paths;
+}
 
 LogSink& systemLogSink() {
   static SystemLogSink sink;

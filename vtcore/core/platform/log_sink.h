@@ -1,6 +1,8 @@
 // Where the logger's structured records go. The default sink writes to the
-// systemd journal when its socket exists and to syslog(3) otherwise; tests
-// and applications may install their own.
+// systemd journal when its socket exists and otherwise to the syslog daemon's
+// socket, one datagram per record on a connection of its own (the
+// application's own openlog identity, options and facility are never
+// touched); tests and applications may install their own.
 #pragma once
 
 #include <vtcore/export.h>
@@ -38,7 +40,10 @@ VTCORE_EXPORT LogSink* setLogSink(LogSink* sink);
 
 /// The system sink: journal fields are the keys in upper case with every
 /// other character than A-Z and 0-9 turned into '_' ("QXLog Local Time"
-/// becomes QXLOG_LOCAL_TIME), plus PRIORITY and SYSLOG_IDENTIFIER.
+/// becomes QXLOG_LOCAL_TIME), plus PRIORITY and SYSLOG_IDENTIFIER. Without a
+/// journal, the record's message goes to /dev/log as syslog(3) would write
+/// it ("<priority>Mmm dd hh:mm:ss identity[pid]: message", facility user),
+/// on a socket opened and closed for that record alone.
 VTCORE_EXPORT LogSink& systemLogSink();
 
 /// Maps a record key to its journal field name, as the system sink does.
