@@ -1,3 +1,4 @@
+#include <vtcore/core/diagnostics/exception/exception_report.h>
 #include <vtcore/core/diagnostics/log/log.h>
 #include <vtcore/core/platform/alert.h>
 #include <vtcore/ui/common/alerts/alert_presenter.h>
@@ -5,12 +6,18 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QCloseEvent>
 #include <QEventLoop>
 #include <QMessageBox>
 #include <QTimer>
+#include <QWidget>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <stdexcept>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -50,6 +57,33 @@ struct BoxClicker {
     poll.start(0);
   }
 };
+
+// Counts the message boxes that were shown while it lives.
+class ShownBoxes : public QObject {
+public:
+  ShownBoxes() { qApp->installEventFilter(this); }
+  ~ShownBoxes() override { qApp->removeEventFilter(this); }
+  int count = 0;
+
+protected:
+  bool eventFilter(QObject* object, QEvent* event) override {
+    if (event->type() == QEvent::Show && qobject_cast<QMessageBox*>(object))
+      ++count;
+    return false;
+  }
+};
+
+struct Window : QWidget {
+  bool closed = false;
+  void closeEvent(QCloseEvent* event) override {
+    closed = true;
+    QWidget::closeEvent(event);
+  }
+};
+
+// Set while the application is being quit on purpose: an exit() instead of
+// the quit sequence would otherwise end the test process with status 0.
+std::atomic<bool> quitSequenceExpected{false};
 
 } // namespace
 
@@ -94,4 +128,48 @@ TEST(QtAlert, InitializationInstallsThePresenterThatAssertionsAsk) {
   BoxClicker clicker(QStringLiteral("Debugger"));
   EXPECT_EQ(dbgASSERT(0, "1 == 2", "alert_presenter_test", nullptr), 1);
   vtcore::setAlertPresenter({});
+}
+
+// The worker asks while the main thread runs no event loop (here it waits
+// for the worker): the answer still comes at the time-out, and the box that
+// was queued for the main thread is never shown afterwards.
+TEST(QtAlert, AWorkerIsAnsweredAtItsTimeOutWhenTheMainThreadRunsNoEventLoop) {
+  vtcore::AlertRequest request = threeButtonRequest();
+  request.timeoutSeconds = 0.05;
+  ShownBoxes shown;
+  int answer = -1;
+  std::thread worker([&] { answer = vtcore::presentQtAlert(request); });
+  worker.join();
+  EXPECT_EQ(answer, vtcore::kAlertCancel);
+  QCoreApplication::processEvents();
+  EXPECT_EQ(shown.count, 0);
+}
+
+// "Stop" in the exception report, with the hooks initializeUi installs, ends
+// the event loop through the application's quit sequence.
+TEST(QtAlert, StopInTheExceptionReportQuitsTheApplicationThroughItsQuitSequence) {
+  std::atexit([] {
+    if (quitSequenceExpected)
+      _exit(3); // exit() was called instead of quitting the event loop
+  });
+  vtcore::initializeUi();
+  Window window;
+  window.show();
+  bool aboutToQuit = false;
+  const auto connection = QObject::connect(qApp, &QCoreApplication::aboutToQuit,
+                                           [&aboutToQuit] { aboutToQuit = true; });
+  BoxClicker clicker(QStringLiteral("Stop"));
+  QTimer::singleShot(0, [] { KWDisplayExceptionReport(std::runtime_error("unexpected")); });
+  quitSequenceExpected = true;
+  const int status = QApplication::exec();
+  quitSequenceExpected = false;
+  QObject::disconnect(connection);
+  vtcore::setTerminateHook({});
+  vtcore::setAlertPresenter({});
+
+  EXPECT_EQ(status, 0);
+  EXPECT_NE(clicker.message.indexOf(QStringLiteral("unexpected")), -1);
+  EXPECT_TRUE(aboutToQuit);
+  EXPECT_TRUE(window.closed);
+  EXPECT_FALSE(window.isVisible());
 }

@@ -7,7 +7,13 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
 
 namespace vtcore {
 namespace {
@@ -79,6 +85,70 @@ int showOnThisThread(const AlertRequest& request) {
   return kAlertCancel;
 }
 
+// An alert asked from another thread than the main one. Shared between the
+// asking thread and the main thread's queued call, so that the asker may give
+// up at its time-out while the call is still queued.
+struct PendingAlert {
+  std::mutex mutex;
+  std::condition_variable answered;
+  AlertRequest request;
+  std::optional<int> answer;
+  bool abandoned = false;
+  std::optional<std::chrono::steady_clock::time_point> deadline;
+};
+
+void showPending(const std::shared_ptr<PendingAlert>& pending) {
+  AlertRequest shown;
+  {
+    std::lock_guard lock(pending->mutex);
+    if (pending->abandoned)
+      return; // the asker has given up: the box would answer no one
+    shown = pending->request;
+  }
+  int answer = kAlertCancel;
+  if (pending->deadline) {
+    // The box closes when the asker gives up, however long the call queued.
+    const std::chrono::duration<double> left =
+        *pending->deadline - std::chrono::steady_clock::now();
+    shown.timeoutSeconds = left.count();
+    if (left.count() > 0)
+      answer = showOnThisThread(shown);
+  } else {
+    answer = showOnThisThread(shown);
+  }
+  std::lock_guard lock(pending->mutex);
+  pending->answer = answer;
+  pending->answered.notify_all();
+}
+
+int presentFromAnotherThread(QApplication* application, const AlertRequest& request) {
+  auto pending = std::make_shared<PendingAlert>();
+  pending->request = request;
+  if (request.timeoutSeconds > 0 && std::isfinite(request.timeoutSeconds)) {
+    // Held below a day's worth of seconds per step, so that the time point
+    // cannot overflow.
+    pending->deadline = std::chrono::steady_clock::now() +
+                        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                            std::chrono::duration<double>(std::min(request.timeoutSeconds, 1e9)));
+  }
+  QMetaObject::invokeMethod(
+      application, [pending] { showPending(pending); }, Qt::QueuedConnection);
+
+  std::unique_lock lock(pending->mutex);
+  const auto answered = [&pending] { return pending->answer.has_value(); };
+  if (!pending->deadline) {
+    pending->answered.wait(lock, answered);
+    return *pending->answer;
+  }
+  // The main thread may not be running its event loop (it may be waiting for
+  // this very thread): the time-out holds all the same.
+  if (!pending->answered.wait_until(lock, *pending->deadline, answered)) {
+    pending->abandoned = true;
+    return kAlertCancel;
+  }
+  return *pending->answer;
+}
+
 } // namespace
 
 int presentQtAlert(const AlertRequest& request) {
@@ -87,11 +157,7 @@ int presentQtAlert(const AlertRequest& request) {
     return kAlertDefault;
   if (QThread::currentThread() == application->thread())
     return showOnThisThread(request);
-  int answer = kAlertCancel;
-  QMetaObject::invokeMethod(
-      application, [&request] { return showOnThisThread(request); }, Qt::BlockingQueuedConnection,
-      &answer);
-  return answer;
+  return presentFromAnotherThread(application, request);
 }
 
 AlertPresenter installQtAlertPresenter() {

@@ -14,10 +14,13 @@ namespace vtcore {
 /// default title shows "OK". Escape and the window's close button answer
 /// nothing unless the box has a single button; the user has to choose.
 ///
-/// On a thread other than the application's main thread the box is shown on
-/// the main thread and the caller waits; the main thread must then be
-/// running its event loop. Without a QApplication nothing is shown and the
-/// answer is 0, as without any presenter.
+/// On a thread other than the application's main thread the box is shown by
+/// the main thread's event loop and the caller waits for it, at most the
+/// time-out: when it runs out first (the main thread is busy, or waits for
+/// the caller) the answer is 3 and the box is never shown, or closes. With
+/// no time-out the caller waits until the user answers. Without a
+/// QApplication nothing is shown and the answer is 0, as without any
+/// presenter.
 VTCORE_UI_EXPORT int presentQtAlert(const AlertRequest& request);
 
 /// Installs presentQtAlert() as the core's alert presenter and returns the
