@@ -56,10 +56,28 @@ private:
   int m_socket = -1;
 };
 
+// The system sink, without a journal and with `daemon` as its syslog, for a
+// scope.
+class SystemSinkTo {
+public:
+  explicit SystemSinkTo(const SyslogDaemon& daemon)
+      : m_paths(vtcore::detail::setSystemLogPaths({"/nonexistent/journal", daemon.path()})),
+        m_sink(vtcore::setLogSink(nullptr)) {}
+  ~SystemSinkTo() {
+    vtcore::setLogSink(m_sink);
+    vtcore::detail::setSystemLogPaths(m_paths);
+  }
+  SystemSinkTo(const SystemSinkTo&) = delete;
+  SystemSinkTo& operator=(const SystemSinkTo&) = delete;
+
+private:
+  vtcore::detail::SystemLogPaths m_paths;
+  vtcore::LogSink* m_sink;
+};
+
 TEST(SystemLogFallback, EachRecordHasItsOwnIdentityAndTheApplicationKeepsItsOpenlog) {
   SyslogDaemon daemon;
-  const auto previous = vtcore::detail::setSystemLogPaths({"/nonexistent/journal", daemon.path()});
-  vtcore::LogSink* previousSink = vtcore::setLogSink(nullptr);
+  SystemSinkTo systemSink(daemon);
   ScopedEnv banner{"VTCORE_TRACE_WITHOUT_BANNER", nullptr};
   StandardErrorToFile err; // the logger's copies and the application's go here
   // The application's own syslog settings; LOG_PERROR makes them visible.
@@ -97,9 +115,6 @@ TEST(SystemLogFallback, EachRecordHasItsOwnIdentityAndTheApplicationKeepsItsOpen
   closelog();
   const std::string written = err.contents();
   EXPECT_NE(written.find("application: application line\n"), std::string::npos) << written;
-
-  vtcore::setLogSink(previousSink);
-  vtcore::detail::setSystemLogPaths(previous);
 }
 
 } // namespace

@@ -19,10 +19,8 @@ void initializeUi() {
   // that it also works from another thread and before exec() has started.
   setTerminateHook([] {
     QCoreApplication* application = QCoreApplication::instance();
-    if (!application) {
+    if (!application)
       std::exit(0); // no application left to quit: the plain normal exit
-      return;
-    }
     QMetaObject::invokeMethod(application, &QCoreApplication::quit, Qt::QueuedConnection);
   });
 }
