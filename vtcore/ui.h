@@ -17,4 +17,5 @@
 #include <vtcore/ui/controls/formatter_delegate/value_formatter_delegate.h>
 #include <vtcore/ui/controls/octave_picker/octave_picker_view.h>
 
-// Views
+// Views: autoresizing
+#include <vtcore/ui/views/autoresizing/autoresizing.h>
