@@ -17,5 +17,7 @@
 #include <vtcore/ui/controls/formatter_delegate/value_formatter_delegate.h>
 #include <vtcore/ui/controls/octave_picker/octave_picker_view.h>
 
-// Views: autoresizing
+// Views: autoresizing, the accessory view animation
+#include <vtcore/ui/views/animation/accessory_view_animation.h>
+#include <vtcore/ui/views/animation/animation.h>
 #include <vtcore/ui/views/autoresizing/autoresizing.h>
