@@ -20,9 +20,10 @@ VTAccessoryContainerView::~VTAccessoryContainerView() {
   m_animation->setMainView(nullptr);
   m_animation->setSlideView(nullptr);
   m_animation->setDelegate(nullptr);
-  // Freed while the container is still a whole widget: a panel that is out
-  // of the hierarchy goes back into it and is deleted with the other
-  // children.
+  // A panel out of the hierarchy would have been deleted with the other
+  // children; putting it back is not safe while the window around the
+  // container may be half torn down, so it is deleted directly.
+  m_animation->deleteRemovedViews();
   m_animation.reset();
 }
 

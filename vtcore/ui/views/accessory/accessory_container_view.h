@@ -51,7 +51,8 @@ public:
   /// An empty container, with its animation (rooted at the container).
   explicit VTAccessoryContainerView(QWidget* parent = nullptr);
   /// Detaches the animation from the views and the delegate before freeing
-  /// it; a slide in progress simply stops.
+  /// it; a slide in progress simply stops. A panel that is out of the
+  /// hierarchy is deleted, as the container's children are.
   ~VTAccessoryContainerView() override;
 
   /// The main view and the panel. A view that is not a child of the
@@ -62,8 +63,9 @@ public:
   QWidget* mainView() const { return m_mainView.data(); }
   QWidget* slideView() const { return m_slideView.data(); }
   /// Hands both views to the animation and lets it read the side and the
-  /// shown size from their frames. Nothing moves; without both views the
-  /// animation has no views and every request is ignored.
+  /// shown size from their frames. Nothing moves. Without both views,
+  /// requests still change the state as usual, but nothing moves and the
+  /// edge cannot be dragged.
   void awakeFromNib();
 
   /// The animation that moves the edge (owned by the container).

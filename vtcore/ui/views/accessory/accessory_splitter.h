@@ -61,6 +61,9 @@ public:
   void resetCursorRects();
 
 protected:
+  // A subclass that overrides one of the two hooks brings the other into
+  // scope with `using VTAccessorySplitter::determineCursor;`.
+
   /// The cursor to show with one container: `cursor` is the chosen one
   /// (none at both limits). The base returns it unchanged.
   virtual std::optional<QCursor> determineCursor(std::optional<QCursor> cursor, bool mouseIsDown,

@@ -415,6 +415,14 @@ void VTAccesoryViewAnimation::putBackRemovedViews() {
   }
 }
 
+void VTAccesoryViewAnimation::deleteRemovedViews() {
+  std::vector<RemovedView> removed;
+  removed.swap(m_removedViewsSuperviews);
+  m_viewsRemoved = false;
+  for (RemovedView& entry : removed)
+    delete entry.view.data();
+}
+
 void VTAccesoryViewAnimation::resizeRemovedViewsWithOldSize(const QSize& oldSize,
                                                             const QSize& newSize) {
   for (RemovedView& entry : m_removedViewsSuperviews) {

@@ -189,6 +189,11 @@ public:
   /// its minimum size. The new size becomes the shown size.
   void userResize(float change);
 
+  /// Deletes the views that are out of the hierarchy now. For an owner that
+  /// is going away together with their former parents, where putting them
+  /// back is no longer possible.
+  void deleteRemovedViews();
+
   /// Moves the views taken out of the hierarchy whose former parent is the
   /// root view as their masks say, for a root resize from `oldSize` to
   /// `newSize`, so that they are in place when put back.
