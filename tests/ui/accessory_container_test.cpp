@@ -339,6 +339,9 @@ TEST(VTAccessoryContainerView, ForwardsToItsAnimation) {
   EXPECT_EQ(container.currentSlideSize(), 10.0f);
   container.slideInWithSlideSize(140, false);
   EXPECT_EQ(container.currentSlideSize(), 140.0f);
+  container.setSlideView(nullptr);
+  EXPECT_EQ(container.animationObject()->slideView(), nullptr);
+  EXPECT_FALSE(container.userResizingPossible());
 }
 
 TEST(VTAccessoryContainerView, WithoutViewsNothingMoves) {

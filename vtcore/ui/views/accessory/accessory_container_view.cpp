@@ -41,6 +41,9 @@ void VTAccessoryContainerView::adopt(QWidget* view) {
 void VTAccessoryContainerView::setMainView(QWidget* view) {
   adopt(view);
   m_mainView = view;
+  // A view taken away is taken from the animation at once.
+  if (!view)
+    m_animation->setMainView(nullptr);
   if (m_mainView && m_slideView)
     awakeFromNib();
 }
@@ -48,6 +51,9 @@ void VTAccessoryContainerView::setMainView(QWidget* view) {
 void VTAccessoryContainerView::setSlideView(QWidget* view) {
   adopt(view);
   m_slideView = view;
+  // A view taken away is taken from the animation at once.
+  if (!view)
+    m_animation->setSlideView(nullptr);
   if (m_mainView && m_slideView)
     awakeFromNib();
 }

@@ -58,6 +58,7 @@ public:
   /// The main view and the panel. A view that is not a child of the
   /// container is made one (keeping its frame). Once both are set the
   /// container calls awakeFromNib(); setting one again calls it again.
+  /// Null takes the view away from the container and its animation.
   void setMainView(QWidget* view);
   void setSlideView(QWidget* view);
   QWidget* mainView() const { return m_mainView.data(); }
