@@ -17,4 +17,9 @@
 #include <vtcore/ui/controls/formatter_delegate/value_formatter_delegate.h>
 #include <vtcore/ui/controls/octave_picker/octave_picker_view.h>
 
-// Views
+// Views: autoresizing, the accessory view animation, container and splitter
+#include <vtcore/ui/views/accessory/accessory_container_view.h>
+#include <vtcore/ui/views/accessory/accessory_splitter.h>
+#include <vtcore/ui/views/animation/accessory_view_animation.h>
+#include <vtcore/ui/views/animation/animation.h>
+#include <vtcore/ui/views/autoresizing/autoresizing.h>

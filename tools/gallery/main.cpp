@@ -3,6 +3,7 @@
 //   vtcore-gallery --screenshot FILE   renders the window, writes FILE (PNG)
 //                                      and exits; with QT_QPA_PLATFORM=offscreen
 //                                      no display is needed
+//   --dark                             (with either) a dark palette
 #include "gallery.h"
 
 #include <vtcore/ui.h>
@@ -47,7 +48,7 @@ std::vector<SampleInfo> samples() {
 namespace {
 
 void printUsage(std::FILE* stream) {
-  std::fputs("usage: vtcore-gallery [--screenshot FILE]\n", stream);
+  std::fputs("usage: vtcore-gallery [--dark] [--screenshot FILE]\n", stream);
 }
 
 QWidget* makeHeader() {
@@ -116,14 +117,42 @@ bool writeScreenshot(QWidget* window, const QString& file) {
   return !picture.isNull() && picture.save(file, "PNG");
 }
 
+// Fusion with a dark palette: how the widgets look in a dark desktop theme.
+void useDarkPalette() {
+  QApplication::setStyle(QStringLiteral("Fusion"));
+  QPalette palette;
+  const QColor window(0x2b, 0x2d, 0x30), base(0x1e, 0x1f, 0x22), text(0xdf, 0xe1, 0xe5);
+  palette.setColor(QPalette::Window, window);
+  palette.setColor(QPalette::WindowText, text);
+  palette.setColor(QPalette::Base, base);
+  palette.setColor(QPalette::AlternateBase, QColor(0x33, 0x36, 0x3a));
+  palette.setColor(QPalette::Text, text);
+  palette.setColor(QPalette::Button, QColor(0x3c, 0x3f, 0x44));
+  palette.setColor(QPalette::ButtonText, text);
+  palette.setColor(QPalette::Highlight, QColor(0x3d, 0x7e, 0xd6));
+  palette.setColor(QPalette::HighlightedText, Qt::white);
+  palette.setColor(QPalette::ToolTipBase, base);
+  palette.setColor(QPalette::ToolTipText, text);
+  palette.setColor(QPalette::Light, QColor(0x4a, 0x4d, 0x52));
+  palette.setColor(QPalette::Midlight, QColor(0x40, 0x43, 0x48));
+  palette.setColor(QPalette::Mid, QColor(0x55, 0x58, 0x5e));
+  palette.setColor(QPalette::Dark, QColor(0x18, 0x19, 0x1b));
+  palette.setColor(QPalette::Shadow, Qt::black);
+  palette.setColor(QPalette::PlaceholderText, QColor(0x8a, 0x8d, 0x93));
+  QApplication::setPalette(palette);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
   QString screenshot;
+  bool dark = false;
   for (int i = 1; i < argc; ++i) {
     const QString argument = QString::fromLocal8Bit(argv[i]);
     if (argument == QLatin1String("--screenshot") && i + 1 < argc && argv[i + 1][0] != '\0')
       screenshot = QString::fromLocal8Bit(argv[++i]);
+    else if (argument == QLatin1String("--dark"))
+      dark = true;
     else if (argument == QLatin1String("--help") || argument == QLatin1String("-h")) {
       printUsage(stdout);
       return 0;
@@ -136,6 +165,8 @@ int main(int argc, char** argv) {
   QApplication application(argc, argv);
   QApplication::setApplicationDisplayName(QStringLiteral("VTCore gallery"));
   vtcore::initializeUi();
+  if (dark)
+    useDarkPalette();
 
   QWidget* window = makeWindow();
   if (screenshot.isEmpty()) {
