@@ -348,6 +348,7 @@ struct IntegerFormat {
   static std::size_t toFloatBulk(float* dst, const unsigned char* src, std::size_t count) {
 #ifdef VTCORE_HAVE_X86_KERNELS
     switch (codePath()) {
+    case vtcore::DataCodePath::AVX512:
     case vtcore::DataCodePath::AVX2:
       return integersToFloatsAvx2<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::SSSE3:
@@ -362,6 +363,7 @@ struct IntegerFormat {
   static std::size_t fromFloatBulk(unsigned char* dst, const float* src, std::size_t count) {
 #ifdef VTCORE_HAVE_X86_KERNELS
     switch (codePath()) {
+    case vtcore::DataCodePath::AVX512:
     case vtcore::DataCodePath::AVX2:
       return floatsToIntegersAvx2<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::SSSE3:
