@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -51,8 +52,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const vtcore::DataCodePath chosen = vtcore::dataCodePath();
   for (auto path : {vtcore::DataCodePath::Portable, vtcore::DataCodePath::SSSE3,
                     vtcore::DataCodePath::AVX2, vtcore::DataCodePath::AVX512}) {
-    if (!vtcore::setDataCodePath(path))
+    if (!vtcore::setDataCodePath(path)) {
+      static bool reported[4] = {};
+      if (!reported[static_cast<int>(path)]) {
+        reported[static_cast<int>(path)] = true;
+        std::fprintf(stderr, "utf8_fuzz: processor lacks %s, not fuzzed\n",
+                     vtcore::dataCodePathName(path));
+      }
       continue;
+    }
     require(utf8_check(s.get()) == valid);
     require(utf8_strlen(s.get()) == characters);
   }

@@ -215,13 +215,21 @@ ScanEnd resumeBefore(const Byte* s, const Byte* block, std::size_t continuations
   return {block, continuations, false};
 }
 
+// The continuation bytes owed at `block` by the three bytes before it, as the
+// block scan's carry mask (bit i: byte i of the block must be one).
+std::uint64_t owedAfter(const Byte* block) {
+  const Byte b1 = block[-1], b2 = block[-2], b3 = block[-3];
+  return std::uint64_t{b1 >= 0xC0 || b2 >= 0xE0 || b3 >= 0xF0} |
+         std::uint64_t{b1 >= 0xE0 || b2 >= 0xF0} << 1 | std::uint64_t{b1 >= 0xF0} << 2;
+}
+
 #if defined(__x86_64__)
 // The scans deliberately read the rest of the aligned blocks that hold the
 // string's first and last bytes; see utf8_scan.inc.
 #define VTCORE_SCAN_OUTSIDE_STRING __attribute__((no_sanitize_address))
 
 namespace sse {
-#define VTCORE_SCAN_TARGET __attribute__((target("sse2")))
+#define VTCORE_SCAN_TARGET __attribute__((target("ssse3")))
 
 struct Block {
   __m128i part[4];
@@ -261,6 +269,66 @@ VTCORE_SCAN_TARGET inline std::uint64_t notStepLead(const Block& b) {
     return _mm_or_si128(c0c1, isAtLeast(v, 0xF5));
   });
 }
+
+// The bytes of a 16-byte piece that break the structure or are zero, given
+// the piece before it.
+// Non-zero where the byte `previous` stands for is `least` or above.
+VTCORE_SCAN_TARGET inline __m128i owed(__m128i previous, Byte least) {
+  return _mm_subs_epu8(previous, _mm_set1_epi8(static_cast<char>(least - 1)));
+}
+
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline __m128i pieceProblems(__m128i before, __m128i v) {
+  const __m128i owing = _mm_or_si128(_mm_or_si128(owed(_mm_alignr_epi8(v, before, 15), 0xC0),
+                                                  owed(_mm_alignr_epi8(v, before, 14), 0xE0)),
+                                     owed(_mm_alignr_epi8(v, before, 13), 0xF0));
+  const __m128i continuation = _mm_cmplt_epi8(v, _mm_set1_epi8(-64));
+  // Wrong where "is a continuation byte" equals "owes none".
+  const __m128i wrong = _mm_cmpeq_epi8(continuation, _mm_cmpeq_epi8(owing, _mm_setzero_si128()));
+  const __m128i odd =
+      Rule == ScanRule::Validation
+          ? isAtLeast(v, 0xF8)
+          : _mm_or_si128(isAtLeast(v, 0xF5),
+                         _mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xFE))),
+                                        _mm_set1_epi8(static_cast<char>(0xC0))));
+  return _mm_or_si128(_mm_or_si128(wrong, odd), _mm_cmpeq_epi8(v, _mm_setzero_si128()));
+}
+
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline bool blockPasses(const Block& previous, const Block& current) {
+  __m128i problems = pieceProblems<Rule>(previous.part[3], current.part[0]);
+  for (int i = 1; i < 4; ++i)
+    problems = _mm_or_si128(problems, pieceProblems<Rule>(current.part[i - 1], current.part[i]));
+  return _mm_movemask_epi8(problems) == 0;
+}
+
+// Continuation bytes counted per byte lane, added up before a lane can wrap.
+class ContinuationCounter {
+public:
+  VTCORE_SCAN_TARGET ContinuationCounter()
+      : m_lanes(_mm_setzero_si128()), m_total(_mm_setzero_si128()) {}
+  VTCORE_SCAN_TARGET void add(const Block& b) {
+    for (int i = 0; i < 4; ++i)
+      m_lanes = _mm_sub_epi8(m_lanes, _mm_cmplt_epi8(b.part[i], _mm_set1_epi8(-64)));
+    if (++m_blocks == 63)
+      flush();
+  }
+  VTCORE_SCAN_TARGET std::size_t drain() {
+    flush();
+    return static_cast<std::size_t>(_mm_cvtsi128_si64(m_total)) +
+           static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(m_total, m_total)));
+  }
+
+private:
+  VTCORE_SCAN_TARGET void flush() {
+    m_total = _mm_add_epi64(m_total, _mm_sad_epu8(m_lanes, _mm_setzero_si128()));
+    m_lanes = _mm_setzero_si128();
+    m_blocks = 0;
+  }
+  __m128i m_lanes;
+  __m128i m_total;
+  int m_blocks = 0;
+};
 
 #include <vtcore/core/text/utf8/detail/utf8_scan.inc>
 #undef VTCORE_SCAN_TARGET
@@ -308,10 +376,75 @@ VTCORE_SCAN_TARGET inline std::uint64_t notStepLead(const Block& b) {
   return mask64(isNotStepLead(b.low), isNotStepLead(b.high));
 }
 
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline __m256i halfProblems(__m256i before, __m256i v) {
+  // The last 16 bytes of `before` and the first 16 of `v`, so that the
+  // in-lane byte alignment sees the three bytes before each byte.
+  const __m256i shifted = _mm256_permute2x128_si256(before, v, 0x21);
+  const __m256i owing =
+      _mm256_or_si256(_mm256_or_si256(_mm256_subs_epu8(_mm256_alignr_epi8(v, shifted, 15),
+                                                       _mm256_set1_epi8(static_cast<char>(0xBF))),
+                                      _mm256_subs_epu8(_mm256_alignr_epi8(v, shifted, 14),
+                                                       _mm256_set1_epi8(static_cast<char>(0xDF)))),
+                      _mm256_subs_epu8(_mm256_alignr_epi8(v, shifted, 13),
+                                       _mm256_set1_epi8(static_cast<char>(0xEF))));
+  const __m256i continuation = _mm256_cmpgt_epi8(_mm256_set1_epi8(-64), v);
+  // Wrong where "is a continuation byte" equals "owes none".
+  const __m256i wrong =
+      _mm256_cmpeq_epi8(continuation, _mm256_cmpeq_epi8(owing, _mm256_setzero_si256()));
+  const __m256i odd = Rule == ScanRule::Validation ? isAtLeast(v, 0xF8) : isNotStepLead(v);
+  return _mm256_or_si256(_mm256_or_si256(wrong, odd), _mm256_cmpeq_epi8(v, _mm256_setzero_si256()));
+}
+
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline bool blockPasses(const Block& previous, const Block& current) {
+  const __m256i problems = _mm256_or_si256(halfProblems<Rule>(previous.high, current.low),
+                                           halfProblems<Rule>(current.low, current.high));
+  return _mm256_testz_si256(problems, problems) != 0;
+}
+
+// Continuation bytes counted per byte lane, added up before a lane can wrap.
+class ContinuationCounter {
+public:
+  VTCORE_SCAN_TARGET ContinuationCounter()
+      : m_lanes(_mm256_setzero_si256()), m_total(_mm256_setzero_si256()) {}
+  VTCORE_SCAN_TARGET void add(const Block& b) {
+    const __m256i limit = _mm256_set1_epi8(-64);
+    m_lanes = _mm256_sub_epi8(m_lanes, _mm256_cmpgt_epi8(limit, b.low));
+    m_lanes = _mm256_sub_epi8(m_lanes, _mm256_cmpgt_epi8(limit, b.high));
+    if (++m_blocks == 127)
+      flush();
+  }
+  VTCORE_SCAN_TARGET std::size_t drain() {
+    flush();
+    const __m128i sum =
+        _mm_add_epi64(_mm256_castsi256_si128(m_total), _mm256_extracti128_si256(m_total, 1));
+    return static_cast<std::size_t>(_mm_cvtsi128_si64(sum)) +
+           static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sum, sum)));
+  }
+
+private:
+  VTCORE_SCAN_TARGET void flush() {
+    m_total = _mm256_add_epi64(m_total, _mm256_sad_epu8(m_lanes, _mm256_setzero_si256()));
+    m_lanes = _mm256_setzero_si256();
+    m_blocks = 0;
+  }
+  __m256i m_lanes;
+  __m256i m_total;
+  int m_blocks = 0;
+};
+
 #include <vtcore/core/text/utf8/detail/utf8_scan.inc>
 #undef VTCORE_SCAN_TARGET
 } // namespace avx2
 
+// GCC 12 takes the deliberately undefined sources inside some AVX-512
+// intrinsics for uninitialised variables.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 namespace avx512 {
 #define VTCORE_SCAN_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,avx2")))
 
@@ -338,9 +471,65 @@ VTCORE_SCAN_TARGET inline std::uint64_t notStepLead(const Block& b) {
          _mm512_cmpge_epu8_mask(b.v, _mm512_set1_epi8(static_cast<char>(0xF5)));
 }
 
+// Non-zero where the byte `previous` stands for is `least` or above.
+VTCORE_SCAN_TARGET inline __m512i owed(__m512i previous, Byte least) {
+  return _mm512_subs_epu8(previous, _mm512_set1_epi8(static_cast<char>(least - 1)));
+}
+
+// The bytes one, two and three places back are loaded from memory, which
+// is cheaper here than shuffling them out of two registers. They lie in this
+// block and the one before, which the fast loop only enters once it is
+// inside the string.
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET VTCORE_SCAN_OUTSIDE_STRING inline bool blockPasses(const Byte* at,
+                                                                      const Block& current) {
+  const __m512i v = current.v;
+  // 0xFE: the three-way or.
+  const __m512i owing = _mm512_ternarylogic_epi64(owed(_mm512_loadu_si512(at - 1), 0xC0),
+                                                  owed(_mm512_loadu_si512(at - 2), 0xE0),
+                                                  owed(_mm512_loadu_si512(at - 3), 0xF0), 0xFE);
+  const std::uint64_t expected = _mm512_test_epi8_mask(owing, owing);
+  const std::uint64_t continuation = _mm512_cmplt_epi8_mask(v, _mm512_set1_epi8(-64));
+  const std::uint64_t odd =
+      Rule == ScanRule::Validation ? atLeast(current, 0xF8) : notStepLead(current);
+  return ((expected ^ continuation) | odd | zeroMask(current)) == 0;
+}
+
+#define VTCORE_SCAN_LOADS_BYTES_BEFORE 1
+// Continuation bytes counted per byte lane, added up before a lane can wrap.
+class ContinuationCounter {
+public:
+  VTCORE_SCAN_TARGET ContinuationCounter()
+      : m_lanes(_mm512_setzero_si512()), m_total(_mm512_setzero_si512()) {}
+  VTCORE_SCAN_TARGET void add(const Block& b) {
+    const __mmask64 continuation = _mm512_cmplt_epi8_mask(b.v, _mm512_set1_epi8(-64));
+    m_lanes = _mm512_mask_sub_epi8(m_lanes, continuation, m_lanes, _mm512_set1_epi8(-1));
+    if (++m_blocks == 255)
+      flush();
+  }
+  VTCORE_SCAN_TARGET std::size_t drain() {
+    flush();
+    return static_cast<std::size_t>(_mm512_reduce_add_epi64(m_total));
+  }
+
+private:
+  VTCORE_SCAN_TARGET void flush() {
+    m_total = _mm512_add_epi64(m_total, _mm512_sad_epu8(m_lanes, _mm512_setzero_si512()));
+    m_lanes = _mm512_setzero_si512();
+    m_blocks = 0;
+  }
+  __m512i m_lanes;
+  __m512i m_total;
+  int m_blocks = 0;
+};
+
 #include <vtcore/core/text/utf8/detail/utf8_scan.inc>
+#undef VTCORE_SCAN_LOADS_BYTES_BEFORE
 #undef VTCORE_SCAN_TARGET
 } // namespace avx512
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 #endif
 
 // The block scan of the code path in use; nullopt on the portable path.
