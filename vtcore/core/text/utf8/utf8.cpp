@@ -476,23 +476,33 @@ VTCORE_SCAN_TARGET inline __m512i owed(__m512i previous, Byte least) {
   return _mm512_subs_epu8(previous, _mm512_set1_epi8(static_cast<char>(least - 1)));
 }
 
-// The bytes one, two and three places back are loaded from memory, which
-// is cheaper here than shuffling them out of two registers. They lie in this
-// block and the one before, which the fast loop only enters once it is
-// inside the string.
+// The sixteen bytes before the block and its first 48 come from one
+// unaligned load (cheaper here than a shuffle across the register); the
+// in-lane byte alignment then gives each byte the three bytes before it.
+// They lie in this block and the one before, which the fast loop only
+// enters once it is inside the string.
 template <ScanRule Rule>
 VTCORE_SCAN_TARGET VTCORE_SCAN_OUTSIDE_STRING inline bool blockPasses(const Byte* at,
                                                                       const Block& current) {
   const __m512i v = current.v;
+  const __m512i shifted = _mm512_loadu_si512(at - 16);
   // 0xFE: the three-way or.
-  const __m512i owing = _mm512_ternarylogic_epi64(owed(_mm512_loadu_si512(at - 1), 0xC0),
-                                                  owed(_mm512_loadu_si512(at - 2), 0xE0),
-                                                  owed(_mm512_loadu_si512(at - 3), 0xF0), 0xFE);
+  const __m512i owing =
+      _mm512_ternarylogic_epi64(owed(_mm512_alignr_epi8(v, shifted, 15), 0xC0),
+                                owed(_mm512_alignr_epi8(v, shifted, 14), 0xE0),
+                                owed(_mm512_alignr_epi8(v, shifted, 13), 0xF0), 0xFE);
   const std::uint64_t expected = _mm512_test_epi8_mask(owing, owing);
   const std::uint64_t continuation = _mm512_cmplt_epi8_mask(v, _mm512_set1_epi8(-64));
-  const std::uint64_t odd =
-      Rule == ScanRule::Validation ? atLeast(current, 0xF8) : notStepLead(current);
-  return ((expected ^ continuation) | odd | zeroMask(current)) == 0;
+  // The terminator and the bytes that stop the scan (0xF8 and above, or for
+  // counting 0xF5 and above) in one comparison: one less wraps them to the
+  // top of the byte range.
+  const __m512i lessOne = _mm512_sub_epi8(v, _mm512_set1_epi8(1));
+  std::uint64_t stop = _mm512_cmpge_epu8_mask(
+      lessOne, _mm512_set1_epi8(static_cast<char>(Rule == ScanRule::Validation ? 0xF7 : 0xF4)));
+  if constexpr (Rule == ScanRule::Counting)
+    stop |= _mm512_cmpeq_epi8_mask(_mm512_and_si512(v, _mm512_set1_epi8(static_cast<char>(0xFE))),
+                                   _mm512_set1_epi8(static_cast<char>(0xC0)));
+  return ((expected ^ continuation) | stop) == 0;
 }
 
 #define VTCORE_SCAN_LOADS_BYTES_BEFORE 1
