@@ -40,9 +40,8 @@ std::vector<unsigned char> runKind(int kind, const std::uint8_t* input, std::siz
     std::memcpy(src.get(), input, count * width);
     std::unique_ptr<float[]> dst(new float[count]);
     GetConvertNToFloat(format, little)(dst.get(), src.get(), count, nullptr);
-    std::vector<unsigned char> out(count * 4);
-    std::memcpy(out.data(), dst.get(), out.size());
-    return out;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(dst.get());
+    return std::vector<unsigned char>(bytes, bytes + count * 4);
   }
   const std::size_t count = size / 4;
   std::unique_ptr<float[]> src(new float[count]);
