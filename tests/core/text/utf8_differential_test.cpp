@@ -12,6 +12,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -82,10 +83,17 @@ TEST_P(Utf8Paths, SequencesAcrossBlockBoundariesAtEveryAlignment) {
                           "\xC3\xA9\xA9",
                           "\xE2\x41\x42",
                           "\xFE\xBF"};
-  std::string buffer(512, '\0');
+  // Within the first blocks, where the exact step runs, and further on, where
+  // the fast loop has taken over.
+  std::vector<std::size_t> atPositions;
+  for (std::size_t at = 50; at < 140; ++at)
+    atPositions.push_back(at);
+  for (std::size_t at = 250; at < 400; at += 7)
+    atPositions.push_back(at);
+  std::string buffer(1024, '\0');
   for (std::size_t align = 0; align < 64; align += 7)
     for (const char* piece : pieces)
-      for (std::size_t at = 50; at < 140; ++at) {
+      for (std::size_t at : atPositions) {
         std::string s(at, 'a');
         for (std::size_t i = 0; i < at; i += 13)
           s.replace(i, 2, "\xC3\xA9"); // keep the scans on their multi-byte path
@@ -103,6 +111,38 @@ TEST_P(Utf8Paths, SequencesAcrossBlockBoundariesAtEveryAlignment) {
               << testing::PrintToString(t) << " at alignment " << align;
         }
       }
+}
+
+// Long text of characters of every length with one fault (or one sequence
+// only the library's looser rule accepts) anywhere: the scans must hand over
+// to the byte-by-byte rules in the exact state and count.
+TEST_P(Utf8Paths, LongMixedTextWithOneOddSequenceAnywhere) {
+  const char* characters[] = {
+      "a", " ", "\xC3\xA9", "\xD0\xBC", "\xE2\x82\xAC", "\xE9\x9F\xB3", "\xF0\x9F\x8E\xB9"};
+  const char* odd[] = {"\xA9",
+                       "\xC3",
+                       "\xE2\x82",
+                       "\xC0\xAF",
+                       "\xC3\xC3\xA9",
+                       "\xFD",
+                       "\xFF",
+                       "\xF8\x88\x80\x80\x80",
+                       "\xF5\x80\x80\x80",
+                       "\xE2\x41",
+                       "\xC3\xA9\xA9"};
+  std::mt19937 rng(99);
+  for (int round = 0; round < 3000; ++round) {
+    std::string s;
+    const std::size_t length = 100 + rng() % 900;
+    while (s.size() < length)
+      s += characters[rng() % (round % 2 ? 7 : 3)];
+    std::size_t at = rng() % s.size();
+    while (at > 0 && (static_cast<unsigned char>(s[at]) & 0xC0) == 0x80)
+      --at;
+    if (round % 5 != 0)
+      s.insert(at, odd[rng() % (sizeof odd / sizeof *odd)]);
+    expectLikeTheRules(s);
+  }
 }
 
 // The scans read whole aligned blocks: a string that ends just before an
