@@ -1,15 +1,17 @@
 // The UTF-8 walkers and copies on random bytes with random capacities. Every
 // string and destination is a heap block of exactly its size, so AddressSanitizer
 // sees any byte read or written outside it. The fast validation and counting
-// are checked against the byte-by-byte rules (utf8_is_ascii against its rule
-// in the differential test).
+// are checked against the byte-by-byte rules on every code path the processor
+// has (utf8_is_ascii against its rule in the differential test).
 
 #include "../tests/core/text/utf8_reference.h"
 
+#include <vtcore/core/text/dispatch/data_dispatch.h>
 #include <vtcore/core/text/utf8/utf8.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -45,9 +47,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t length = std::strlen(s.get());
   const auto* u = reinterpret_cast<const unsigned char*>(s.get());
 
-  require(utf8_check(s.get()) == utf8_reference::check(u, length));
+  const int valid = utf8_reference::check(u, length);
+  const std::size_t characters = utf8_reference::strlen(u, length);
+  const vtcore::DataCodePath chosen = vtcore::dataCodePath();
+  for (auto path : {vtcore::DataCodePath::Portable, vtcore::DataCodePath::SSSE3,
+                    vtcore::DataCodePath::AVX2, vtcore::DataCodePath::AVX512}) {
+    if (!vtcore::setDataCodePath(path)) {
+      static bool reported[4] = {};
+      if (!reported[static_cast<int>(path)]) {
+        reported[static_cast<int>(path)] = true;
+        std::fprintf(stderr, "utf8_fuzz: processor lacks %s, not fuzzed\n",
+                     vtcore::dataCodePathName(path));
+      }
+      continue;
+    }
+    require(utf8_check(s.get()) == valid);
+    require(utf8_strlen(s.get()) == characters);
+  }
+  vtcore::setDataCodePath(chosen);
   require(utf8_check_no_assertion(s.get()) == utf8_check(s.get()));
-  require(utf8_strlen(s.get()) == utf8_reference::strlen(u, length));
   (void)utf8_is_ascii(s.get(), capacity);
   for (const char* p = s.get(); p != nullptr && *p != 0;)
     p = utf8_next(p);

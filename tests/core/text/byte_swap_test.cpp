@@ -84,7 +84,8 @@ TEST_P(SwapPaths, RunsOfSamplesMatchSingleSwapsAtEveryLengthAndOffset) {
                                                {3, 24}, {2, 16}, {2, 12}, {1, 8}};
   std::mt19937 rng(7);
   for (auto [width, bits] : kinds)
-    for (std::size_t count : {0u, 1u, 3u, 15u, 16u, 17u, 63u, 200u})
+    for (std::size_t count :
+         {0u, 1u, 3u, 15u, 16u, 17u, 63u, 64u, 65u, 127u, 128u, 129u, 200u, 257u})
       for (std::size_t offset : {0u, 1u, 3u}) {
         Bytes data(offset + count * width + 8);
         std::generate(data.begin(), data.end(), rng);
@@ -113,7 +114,8 @@ TEST_P(SwapPaths, RunsOfSamplesMatchSingleSwapsAtEveryLengthAndOffset) {
 
 INSTANTIATE_TEST_SUITE_P(AllPaths, SwapPaths,
                          ::testing::Values(vtcore::DataCodePath::Portable,
-                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2),
+                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2,
+                                           vtcore::DataCodePath::AVX512),
                          [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 } // namespace

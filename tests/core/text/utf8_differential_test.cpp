@@ -1,6 +1,7 @@
 // The fast paths of the UTF-8 walkers against byte-by-byte transcriptions of
 // their rules, and the validation rule against ICU, on random inputs.
 
+#include "code_path_fixture.h"
 #include "utf8_reference.h"
 
 #include <vtcore/core/text/utf8/utf8.h>
@@ -11,6 +12,10 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <unicode/unistr.h>
 #include <unicode/ustring.h>
@@ -36,18 +41,141 @@ std::string randomText(std::mt19937& rng) {
   return s;
 }
 
-TEST(Utf8Differential, FastWalkersEqualTheByteByByteRules) {
+using Utf8Paths = DataCodePathTest;
+
+void expectLikeTheRules(const std::string& s) {
+  ASSERT_EQ(utf8_check(s.c_str()), utf8_reference::check(bytes(s), s.size()))
+      << testing::PrintToString(s);
+  ASSERT_EQ(utf8_strlen(s.c_str()), utf8_reference::strlen(bytes(s), s.size()))
+      << testing::PrintToString(s);
+}
+
+TEST_P(Utf8Paths, FastWalkersEqualTheByteByByteRules) {
   std::mt19937 rng(20261122);
   for (int round = 0; round < 200000; ++round) {
     std::string s = randomText(rng);
-    ASSERT_EQ(utf8_check(s.c_str()), utf8_reference::check(bytes(s), s.size()))
-        << testing::PrintToString(s);
-    ASSERT_EQ(utf8_strlen(s.c_str()), utf8_reference::strlen(bytes(s), s.size()))
-        << testing::PrintToString(s);
+    expectLikeTheRules(s);
     bool ascii = std::none_of(s.begin(), s.end(), [](char c) { return c & 0x80; });
     ASSERT_EQ(utf8_is_ascii(s.c_str(), 0), ascii ? 1 : 0);
   }
 }
+
+// Every short sequence (well-formed, cut, overlong, odd leads, stray
+// continuations) placed across the 64-byte blocks of the scans, at every
+// alignment of the string, with well-formed text before and after it so the
+// scans reach it on their fast path.
+TEST_P(Utf8Paths, SequencesAcrossBlockBoundariesAtEveryAlignment) {
+  const char* pieces[] = {"\xC3\xA9",
+                          "\xE2\x82\xAC",
+                          "\xF0\x9F\x8E\xB9",
+                          "\xC3",
+                          "\xE2\x82",
+                          "\xF0\x9F\x8E",
+                          "\xA9",
+                          "\xC0\x80",
+                          "\xC1\xBF",
+                          "\xF5\x80\x80\x80",
+                          "\xF8\x88\x80\x80\x80",
+                          "\xFC\x84\x80\x80\x80\x80",
+                          "\xFD",
+                          "\xFF",
+                          "\xC3\xC3\xA9",
+                          "\xC3\xA9\xA9",
+                          "\xE2\x41\x42",
+                          "\xFE\xBF"};
+  // Within the first blocks, where the exact step runs, and further on, where
+  // the fast loop has taken over.
+  std::vector<std::size_t> atPositions;
+  for (std::size_t at = 50; at < 140; ++at)
+    atPositions.push_back(at);
+  for (std::size_t at = 250; at < 400; at += 7)
+    atPositions.push_back(at);
+  std::string buffer(1024, '\0');
+  for (std::size_t align = 0; align < 64; align += 7)
+    for (const char* piece : pieces)
+      for (std::size_t at : atPositions) {
+        std::string s(at, 'a');
+        for (std::size_t i = 0; i < at; i += 13)
+          s.replace(i, 2, "\xC3\xA9"); // keep the scans on their multi-byte path
+        s.resize(at);
+        while (!s.empty() && (static_cast<unsigned char>(s.back()) & 0x80))
+          s.pop_back(); // no cut character before the piece
+        s += piece;
+        for (std::size_t tail : {0, 1, 3, 70}) {
+          std::string t = s + std::string(tail, 'z');
+          std::memcpy(buffer.data() + align, t.c_str(), t.size() + 1);
+          const char* placed = buffer.data() + align;
+          ASSERT_EQ(utf8_check(placed), utf8_reference::check(bytes(t), t.size()))
+              << testing::PrintToString(t) << " at alignment " << align;
+          ASSERT_EQ(utf8_strlen(placed), utf8_reference::strlen(bytes(t), t.size()))
+              << testing::PrintToString(t) << " at alignment " << align;
+        }
+      }
+}
+
+// Long text of characters of every length with one fault (or one sequence
+// only the library's looser rule accepts) anywhere: the scans must hand over
+// to the byte-by-byte rules in the exact state and count.
+TEST_P(Utf8Paths, LongMixedTextWithOneOddSequenceAnywhere) {
+  const char* characters[] = {
+      "a", " ", "\xC3\xA9", "\xD0\xBC", "\xE2\x82\xAC", "\xE9\x9F\xB3", "\xF0\x9F\x8E\xB9"};
+  const char* odd[] = {"\xA9",
+                       "\xC3",
+                       "\xE2\x82",
+                       "\xC0\xAF",
+                       "\xC3\xC3\xA9",
+                       "\xFD",
+                       "\xFF",
+                       "\xF8\x88\x80\x80\x80",
+                       "\xF5\x80\x80\x80",
+                       "\xE2\x41",
+                       "\xC3\xA9\xA9"};
+  std::mt19937 rng(99);
+  for (int round = 0; round < 3000; ++round) {
+    std::string s;
+    const std::size_t length = 100 + rng() % 900;
+    while (s.size() < length)
+      s += characters[rng() % (round % 2 ? 7 : 3)];
+    std::size_t at = rng() % s.size();
+    while (at > 0 && (static_cast<unsigned char>(s[at]) & 0xC0) == 0x80)
+      --at;
+    if (round % 5 != 0)
+      s.insert(at, odd[rng() % (sizeof odd / sizeof *odd)]);
+    expectLikeTheRules(s);
+  }
+}
+
+// The scans read whole aligned blocks: a string that ends just before an
+// unreadable page, or starts just after one, must not fault.
+TEST_P(Utf8Paths, StringsAgainstUnreadablePages) {
+  const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  void* mapping =
+      mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(mapping, MAP_FAILED);
+  auto* base = static_cast<char*>(mapping);
+  ASSERT_EQ(mprotect(base, page, PROT_NONE), 0);
+  ASSERT_EQ(mprotect(base + 2 * page, page, PROT_NONE), 0);
+  char* const first = base + page;
+  for (std::size_t length : {0, 1, 2, 63, 64, 65, 127, 200}) {
+    std::string text;
+    while (text.size() < length)
+      text += text.size() % 5 == 0 && length - text.size() >= 2 ? "\xC3\xA9" : "x";
+    text.resize(length);
+    // At the end of the readable page, then at its start.
+    for (char* at : {first + page - length - 1, first}) {
+      std::memcpy(at, text.c_str(), length + 1);
+      EXPECT_EQ(utf8_check(at), utf8_reference::check(bytes(text), length));
+      EXPECT_EQ(utf8_strlen(at), utf8_reference::strlen(bytes(text), length));
+    }
+  }
+  munmap(mapping, 3 * page);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllPaths, Utf8Paths,
+                         ::testing::Values(vtcore::DataCodePath::Portable,
+                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2,
+                                           vtcore::DataCodePath::AVX512),
+                         [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 TEST(Utf8Differential, AcceptsEverythingIcuAccepts) {
   std::mt19937 rng(7);

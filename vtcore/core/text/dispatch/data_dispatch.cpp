@@ -21,6 +21,18 @@ bool processorHas(const char* feature) noexcept {
     return __builtin_cpu_supports("ssse3");
   if (name == "pclmul")
     return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
+  // The 512-bit kernels use byte-granular masks (BW), 128/256-bit forms of
+  // the EVEX instructions (VL) and byte permutes across the register (VBMI).
+  if (name == "avx512")
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+  if (name == "vpclmul256")
+    return __builtin_cpu_supports("vpclmulqdq") && __builtin_cpu_supports("avx2") &&
+           __builtin_cpu_supports("pclmul");
+  if (name == "vpclmul512")
+    return __builtin_cpu_supports("vpclmulqdq") && __builtin_cpu_supports("avx512f") &&
+           __builtin_cpu_supports("avx2") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("pclmul");
 #endif
   (void)feature;
   return false;
@@ -36,6 +48,8 @@ bool dataCodePathAvailable(DataCodePath path) noexcept {
     return processorHas("avx2");
   case DataCodePath::SSSE3:
     return processorHas("ssse3");
+  case DataCodePath::AVX512:
+    return processorHas("avx512");
   }
   return false;
 }
@@ -47,6 +61,10 @@ bool crc32MethodAvailable(Crc32Method method) noexcept {
     return true;
   case Crc32Method::CarrylessFold:
     return processorHas("pclmul");
+  case Crc32Method::CarrylessFold256:
+    return processorHas("vpclmul256");
+  case Crc32Method::CarrylessFold512:
+    return processorHas("vpclmul512");
   }
   return false;
 }
@@ -55,7 +73,9 @@ DataCodePath dataCodePath() noexcept {
   int path = g_path.load(std::memory_order_relaxed);
   if (path == kUnset) {
     DataCodePath best = DataCodePath::Portable;
-    if (dataCodePathAvailable(DataCodePath::AVX2))
+    if (dataCodePathAvailable(DataCodePath::AVX512))
+      best = DataCodePath::AVX512;
+    else if (dataCodePathAvailable(DataCodePath::AVX2))
       best = DataCodePath::AVX2;
     else if (dataCodePathAvailable(DataCodePath::SSSE3))
       best = DataCodePath::SSSE3;
@@ -68,9 +88,12 @@ DataCodePath dataCodePath() noexcept {
 Crc32Method crc32Method() noexcept {
   int method = g_crcMethod.load(std::memory_order_relaxed);
   if (method == kUnset) {
-    method = static_cast<int>(crc32MethodAvailable(Crc32Method::CarrylessFold)
-                                  ? Crc32Method::CarrylessFold
-                                  : Crc32Method::Slicing16);
+    Crc32Method best = Crc32Method::Slicing16;
+    for (Crc32Method fastest :
+         {Crc32Method::CarrylessFold, Crc32Method::CarrylessFold256, Crc32Method::CarrylessFold512})
+      if (crc32MethodAvailable(fastest))
+        best = fastest;
+    method = static_cast<int>(best);
     g_crcMethod.store(method, std::memory_order_relaxed);
   }
   return static_cast<Crc32Method>(method);
@@ -96,6 +119,8 @@ const char* dataCodePathName(DataCodePath path) noexcept {
     return "avx2";
   case DataCodePath::SSSE3:
     return "ssse3";
+  case DataCodePath::AVX512:
+    return "avx512";
   case DataCodePath::Portable:
     break;
   }
@@ -110,6 +135,10 @@ const char* crc32MethodName(Crc32Method method) noexcept {
     return "slicing16";
   case Crc32Method::CarrylessFold:
     return "carryless-fold";
+  case Crc32Method::CarrylessFold256:
+    return "carryless-fold-256";
+  case Crc32Method::CarrylessFold512:
+    return "carryless-fold-512";
   }
   return "unknown";
 }

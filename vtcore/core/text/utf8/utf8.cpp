@@ -2,6 +2,8 @@
 #include <vtcore/core/text/utf8/icu_handles.h>
 #include <vtcore/core/text/utf8/utf8.h>
 
+#include <vtcore/core/text/dispatch/data_dispatch.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -123,15 +125,13 @@ bool allAscii(const Byte* p, std::size_t n) {
   return skipAscii(p, p + n) == p + n;
 }
 
-// The validation rule over `length` bytes. ASCII runs are skipped in blocks:
-// an ASCII byte is only legal where the previous sequence ended, and then
-// leaves the state "no sequence open, next sequence starts after it", so a
-// run changes the state exactly as its bytes would one by one.
-int checkBytes(const Byte* s, std::size_t length) {
-  const Byte* const end = s + length;
-  const Byte* p = s;
-  const Byte* expectedEnd = s;
-  bool inSequence = false;
+// The validation rule over [p, end), starting in the given state: the index
+// where the current sequence must end, and whether a sequence is open. ASCII
+// runs are skipped in blocks: an ASCII byte is only legal where the previous
+// sequence ended, and then leaves the state "no sequence open, next sequence
+// starts after it", so a run changes the state exactly as its bytes would one
+// by one.
+int checkBytesFrom(const Byte* p, const Byte* end, const Byte* expectedEnd, bool inSequence) {
   while (p < end) {
     Byte b = *p;
     if (b < 0x80) {
@@ -162,6 +162,403 @@ int checkBytes(const Byte* s, std::size_t length) {
   }
   // Compared as offsets: a sequence may claim bytes past the end.
   return expectedEnd == end ? 1 : 0;
+}
+
+int checkBytes(const Byte* s, std::size_t length) {
+  return checkBytesFrom(s, s + length, s, false);
+}
+
+// The stepping rule over [p, end): the number of characters before the walk
+// ends.
+std::size_t countCharacters(const Byte* p, const Byte* const end) {
+  std::size_t count = 0;
+  while (p < end) {
+    if (*p < 0x80) {
+      const Byte* runEnd = skipAscii(p + 1, end);
+      count += static_cast<std::size_t>(runEnd - p);
+      p = runEnd;
+      continue;
+    }
+    int length = leadLength(*p);
+    if (length == 0 || end - p < length)
+      break; // not a lead byte, or a character cut short by the terminator
+    p += length;
+    ++count;
+  }
+  return count;
+}
+
+// ---- Vector scans of validation and counting ---------------------------------
+
+enum class ScanRule { Validation, Counting };
+
+// Where a block scan ended: at the terminator with the whole string
+// well-formed by structure (`complete`), or at a character boundary `at`
+// before which it is, with the continuation bytes before `at` counted.
+struct ScanEnd {
+  const Byte* at;
+  std::size_t continuations;
+  bool complete;
+};
+
+// The blocks before `block` passed: resume at the start of the last
+// character that began before it when that character runs into `block`.
+ScanEnd resumeBefore(const Byte* s, const Byte* block, std::size_t continuations) {
+  if (block <= s)
+    return {s, 0, false};
+  const Byte* last = block - 1;
+  while (last > s && isContinuation(*last))
+    --last;
+  const std::size_t length = *last < 0xC0 ? 1 : *last < 0xE0 ? 2 : *last < 0xF0 ? 3 : 4;
+  if (last + length > block)
+    return {last, continuations - static_cast<std::size_t>(block - 1 - last), false};
+  return {block, continuations, false};
+}
+
+// The continuation bytes owed at `block` by the three bytes before it, as the
+// block scan's carry mask (bit i: byte i of the block must be one).
+std::uint64_t owedAfter(const Byte* block) {
+  const Byte b1 = block[-1], b2 = block[-2], b3 = block[-3];
+  return std::uint64_t{b1 >= 0xC0 || b2 >= 0xE0 || b3 >= 0xF0} |
+         std::uint64_t{b1 >= 0xE0 || b2 >= 0xF0} << 1 | std::uint64_t{b1 >= 0xF0} << 2;
+}
+
+#if defined(__x86_64__)
+// The scans deliberately read the rest of the aligned blocks that hold the
+// string's first and last bytes; see utf8_scan.inc.
+#define VTCORE_SCAN_OUTSIDE_STRING __attribute__((no_sanitize_address))
+
+namespace sse {
+#define VTCORE_SCAN_TARGET __attribute__((target("ssse3")))
+
+struct Block {
+  __m128i part[4];
+};
+
+VTCORE_SCAN_TARGET VTCORE_SCAN_OUTSIDE_STRING inline Block loadBlock(const Byte* p) {
+  const auto* v = reinterpret_cast<const __m128i*>(p);
+  return {{_mm_load_si128(v), _mm_load_si128(v + 1), _mm_load_si128(v + 2), _mm_load_si128(v + 3)}};
+}
+
+template <class Test>
+VTCORE_SCAN_TARGET inline std::uint64_t maskOf(const Block& b, Test test) {
+  std::uint64_t mask = 0;
+  for (int i = 0; i < 4; ++i)
+    mask |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(test(b.part[i]))))
+            << (16 * i);
+  return mask;
+}
+
+VTCORE_SCAN_TARGET inline __m128i isAtLeast(__m128i v, Byte least) {
+  return _mm_cmpeq_epi8(_mm_max_epu8(v, _mm_set1_epi8(static_cast<char>(least))), v);
+}
+
+VTCORE_SCAN_TARGET inline std::uint64_t zeroMask(const Block& b) {
+  return maskOf(b, [](__m128i v) { return _mm_cmpeq_epi8(v, _mm_setzero_si128()); });
+}
+VTCORE_SCAN_TARGET inline std::uint64_t highMask(const Block& b) {
+  return maskOf(b, [](__m128i v) { return v; });
+}
+VTCORE_SCAN_TARGET inline std::uint64_t atLeast(const Block& b, Byte least) {
+  return maskOf(b, [least](__m128i v) { return isAtLeast(v, least); });
+}
+VTCORE_SCAN_TARGET inline std::uint64_t notStepLead(const Block& b) {
+  return maskOf(b, [](__m128i v) {
+    const __m128i c0c1 = _mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xFE))),
+                                        _mm_set1_epi8(static_cast<char>(0xC0)));
+    return _mm_or_si128(c0c1, isAtLeast(v, 0xF5));
+  });
+}
+
+// The bytes of a 16-byte piece that break the structure or are zero, given
+// the piece before it.
+// Non-zero where the byte `previous` stands for is `least` or above.
+VTCORE_SCAN_TARGET inline __m128i owed(__m128i previous, Byte least) {
+  return _mm_subs_epu8(previous, _mm_set1_epi8(static_cast<char>(least - 1)));
+}
+
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline __m128i pieceProblems(__m128i before, __m128i v) {
+  const __m128i owing = _mm_or_si128(_mm_or_si128(owed(_mm_alignr_epi8(v, before, 15), 0xC0),
+                                                  owed(_mm_alignr_epi8(v, before, 14), 0xE0)),
+                                     owed(_mm_alignr_epi8(v, before, 13), 0xF0));
+  const __m128i continuation = _mm_cmplt_epi8(v, _mm_set1_epi8(-64));
+  // Wrong where "is a continuation byte" equals "owes none".
+  const __m128i wrong = _mm_cmpeq_epi8(continuation, _mm_cmpeq_epi8(owing, _mm_setzero_si128()));
+  const __m128i odd =
+      Rule == ScanRule::Validation
+          ? isAtLeast(v, 0xF8)
+          : _mm_or_si128(isAtLeast(v, 0xF5),
+                         _mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xFE))),
+                                        _mm_set1_epi8(static_cast<char>(0xC0))));
+  return _mm_or_si128(_mm_or_si128(wrong, odd), _mm_cmpeq_epi8(v, _mm_setzero_si128()));
+}
+
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline bool blockPasses(const Block& previous, const Block& current) {
+  __m128i problems = pieceProblems<Rule>(previous.part[3], current.part[0]);
+  for (int i = 1; i < 4; ++i)
+    problems = _mm_or_si128(problems, pieceProblems<Rule>(current.part[i - 1], current.part[i]));
+  return _mm_movemask_epi8(problems) == 0;
+}
+
+// Continuation bytes counted per byte lane, added up before a lane can wrap.
+class ContinuationCounter {
+public:
+  VTCORE_SCAN_TARGET ContinuationCounter()
+      : m_lanes(_mm_setzero_si128()), m_total(_mm_setzero_si128()) {}
+  VTCORE_SCAN_TARGET void add(const Block& b) {
+    for (int i = 0; i < 4; ++i)
+      m_lanes = _mm_sub_epi8(m_lanes, _mm_cmplt_epi8(b.part[i], _mm_set1_epi8(-64)));
+    if (++m_blocks == 63)
+      flush();
+  }
+  VTCORE_SCAN_TARGET std::size_t drain() {
+    flush();
+    return static_cast<std::size_t>(_mm_cvtsi128_si64(m_total)) +
+           static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(m_total, m_total)));
+  }
+
+private:
+  VTCORE_SCAN_TARGET void flush() {
+    m_total = _mm_add_epi64(m_total, _mm_sad_epu8(m_lanes, _mm_setzero_si128()));
+    m_lanes = _mm_setzero_si128();
+    m_blocks = 0;
+  }
+  __m128i m_lanes;
+  __m128i m_total;
+  int m_blocks = 0;
+};
+
+#include <vtcore/core/text/utf8/detail/utf8_scan.inc>
+#undef VTCORE_SCAN_TARGET
+} // namespace sse
+
+namespace avx2 {
+#define VTCORE_SCAN_TARGET __attribute__((target("avx2")))
+
+struct Block {
+  __m256i low, high;
+};
+
+VTCORE_SCAN_TARGET VTCORE_SCAN_OUTSIDE_STRING inline Block loadBlock(const Byte* p) {
+  const auto* v = reinterpret_cast<const __m256i*>(p);
+  return {_mm256_load_si256(v), _mm256_load_si256(v + 1)};
+}
+
+VTCORE_SCAN_TARGET inline std::uint64_t mask64(__m256i low, __m256i high) {
+  return static_cast<std::uint64_t>(static_cast<unsigned>(_mm256_movemask_epi8(low))) |
+         static_cast<std::uint64_t>(static_cast<unsigned>(_mm256_movemask_epi8(high))) << 32;
+}
+
+VTCORE_SCAN_TARGET inline __m256i isAtLeast(__m256i v, Byte least) {
+  return _mm256_cmpeq_epi8(_mm256_max_epu8(v, _mm256_set1_epi8(static_cast<char>(least))), v);
+}
+
+VTCORE_SCAN_TARGET inline __m256i isNotStepLead(__m256i v) {
+  const __m256i c0c1 =
+      _mm256_cmpeq_epi8(_mm256_and_si256(v, _mm256_set1_epi8(static_cast<char>(0xFE))),
+                        _mm256_set1_epi8(static_cast<char>(0xC0)));
+  return _mm256_or_si256(c0c1, isAtLeast(v, 0xF5));
+}
+
+VTCORE_SCAN_TARGET inline std::uint64_t zeroMask(const Block& b) {
+  const __m256i zero = _mm256_setzero_si256();
+  return mask64(_mm256_cmpeq_epi8(b.low, zero), _mm256_cmpeq_epi8(b.high, zero));
+}
+VTCORE_SCAN_TARGET inline std::uint64_t highMask(const Block& b) {
+  return mask64(b.low, b.high);
+}
+VTCORE_SCAN_TARGET inline std::uint64_t atLeast(const Block& b, Byte least) {
+  return mask64(isAtLeast(b.low, least), isAtLeast(b.high, least));
+}
+VTCORE_SCAN_TARGET inline std::uint64_t notStepLead(const Block& b) {
+  return mask64(isNotStepLead(b.low), isNotStepLead(b.high));
+}
+
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline __m256i halfProblems(__m256i before, __m256i v) {
+  // The last 16 bytes of `before` and the first 16 of `v`, so that the
+  // in-lane byte alignment sees the three bytes before each byte.
+  const __m256i shifted = _mm256_permute2x128_si256(before, v, 0x21);
+  const __m256i owing =
+      _mm256_or_si256(_mm256_or_si256(_mm256_subs_epu8(_mm256_alignr_epi8(v, shifted, 15),
+                                                       _mm256_set1_epi8(static_cast<char>(0xBF))),
+                                      _mm256_subs_epu8(_mm256_alignr_epi8(v, shifted, 14),
+                                                       _mm256_set1_epi8(static_cast<char>(0xDF)))),
+                      _mm256_subs_epu8(_mm256_alignr_epi8(v, shifted, 13),
+                                       _mm256_set1_epi8(static_cast<char>(0xEF))));
+  const __m256i continuation = _mm256_cmpgt_epi8(_mm256_set1_epi8(-64), v);
+  // Wrong where "is a continuation byte" equals "owes none".
+  const __m256i wrong =
+      _mm256_cmpeq_epi8(continuation, _mm256_cmpeq_epi8(owing, _mm256_setzero_si256()));
+  const __m256i odd = Rule == ScanRule::Validation ? isAtLeast(v, 0xF8) : isNotStepLead(v);
+  return _mm256_or_si256(_mm256_or_si256(wrong, odd), _mm256_cmpeq_epi8(v, _mm256_setzero_si256()));
+}
+
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET inline bool blockPasses(const Block& previous, const Block& current) {
+  const __m256i problems = _mm256_or_si256(halfProblems<Rule>(previous.high, current.low),
+                                           halfProblems<Rule>(current.low, current.high));
+  return _mm256_testz_si256(problems, problems) != 0;
+}
+
+// Continuation bytes counted per byte lane, added up before a lane can wrap.
+class ContinuationCounter {
+public:
+  VTCORE_SCAN_TARGET ContinuationCounter()
+      : m_lanes(_mm256_setzero_si256()), m_total(_mm256_setzero_si256()) {}
+  VTCORE_SCAN_TARGET void add(const Block& b) {
+    const __m256i limit = _mm256_set1_epi8(-64);
+    m_lanes = _mm256_sub_epi8(m_lanes, _mm256_cmpgt_epi8(limit, b.low));
+    m_lanes = _mm256_sub_epi8(m_lanes, _mm256_cmpgt_epi8(limit, b.high));
+    if (++m_blocks == 127)
+      flush();
+  }
+  VTCORE_SCAN_TARGET std::size_t drain() {
+    flush();
+    const __m128i sum =
+        _mm_add_epi64(_mm256_castsi256_si128(m_total), _mm256_extracti128_si256(m_total, 1));
+    return static_cast<std::size_t>(_mm_cvtsi128_si64(sum)) +
+           static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sum, sum)));
+  }
+
+private:
+  VTCORE_SCAN_TARGET void flush() {
+    m_total = _mm256_add_epi64(m_total, _mm256_sad_epu8(m_lanes, _mm256_setzero_si256()));
+    m_lanes = _mm256_setzero_si256();
+    m_blocks = 0;
+  }
+  __m256i m_lanes;
+  __m256i m_total;
+  int m_blocks = 0;
+};
+
+#include <vtcore/core/text/utf8/detail/utf8_scan.inc>
+#undef VTCORE_SCAN_TARGET
+} // namespace avx2
+
+// GCC 12 takes the deliberately undefined sources inside some AVX-512
+// intrinsics for uninitialised variables.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+namespace avx512 {
+#define VTCORE_SCAN_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,avx2")))
+
+struct Block {
+  __m512i v;
+};
+
+VTCORE_SCAN_TARGET VTCORE_SCAN_OUTSIDE_STRING inline Block loadBlock(const Byte* p) {
+  return {_mm512_load_si512(p)};
+}
+
+VTCORE_SCAN_TARGET inline std::uint64_t zeroMask(const Block& b) {
+  return _mm512_testn_epi8_mask(b.v, b.v);
+}
+VTCORE_SCAN_TARGET inline std::uint64_t highMask(const Block& b) {
+  return _mm512_movepi8_mask(b.v);
+}
+VTCORE_SCAN_TARGET inline std::uint64_t atLeast(const Block& b, Byte least) {
+  return _mm512_cmpge_epu8_mask(b.v, _mm512_set1_epi8(static_cast<char>(least)));
+}
+VTCORE_SCAN_TARGET inline std::uint64_t notStepLead(const Block& b) {
+  const __m512i masked = _mm512_and_si512(b.v, _mm512_set1_epi8(static_cast<char>(0xFE)));
+  return _mm512_cmpeq_epi8_mask(masked, _mm512_set1_epi8(static_cast<char>(0xC0))) |
+         _mm512_cmpge_epu8_mask(b.v, _mm512_set1_epi8(static_cast<char>(0xF5)));
+}
+
+// Non-zero where the byte `previous` stands for is `least` or above.
+VTCORE_SCAN_TARGET inline __m512i owed(__m512i previous, Byte least) {
+  return _mm512_subs_epu8(previous, _mm512_set1_epi8(static_cast<char>(least - 1)));
+}
+
+// The sixteen bytes before the block and its first 48 come from one
+// unaligned load (cheaper here than a shuffle across the register); the
+// in-lane byte alignment then gives each byte the three bytes before it.
+// They lie in this block and the one before, which the fast loop only
+// enters once it is inside the string.
+template <ScanRule Rule>
+VTCORE_SCAN_TARGET VTCORE_SCAN_OUTSIDE_STRING inline bool blockPasses(const Byte* at,
+                                                                      const Block& current) {
+  const __m512i v = current.v;
+  const __m512i shifted = _mm512_loadu_si512(at - 16);
+  // 0xFE: the three-way or.
+  const __m512i owing =
+      _mm512_ternarylogic_epi64(owed(_mm512_alignr_epi8(v, shifted, 15), 0xC0),
+                                owed(_mm512_alignr_epi8(v, shifted, 14), 0xE0),
+                                owed(_mm512_alignr_epi8(v, shifted, 13), 0xF0), 0xFE);
+  const std::uint64_t expected = _mm512_test_epi8_mask(owing, owing);
+  const std::uint64_t continuation = _mm512_cmplt_epi8_mask(v, _mm512_set1_epi8(-64));
+  // The terminator and the bytes that stop the scan (0xF8 and above, or for
+  // counting 0xF5 and above) in one comparison: one less wraps them to the
+  // top of the byte range.
+  const __m512i lessOne = _mm512_sub_epi8(v, _mm512_set1_epi8(1));
+  std::uint64_t stop = _mm512_cmpge_epu8_mask(
+      lessOne, _mm512_set1_epi8(static_cast<char>(Rule == ScanRule::Validation ? 0xF7 : 0xF4)));
+  if constexpr (Rule == ScanRule::Counting)
+    stop |= _mm512_cmpeq_epi8_mask(_mm512_and_si512(v, _mm512_set1_epi8(static_cast<char>(0xFE))),
+                                   _mm512_set1_epi8(static_cast<char>(0xC0)));
+  return ((expected ^ continuation) | stop) == 0;
+}
+
+#define VTCORE_SCAN_LOADS_BYTES_BEFORE 1
+// Continuation bytes counted per byte lane, added up before a lane can wrap.
+class ContinuationCounter {
+public:
+  VTCORE_SCAN_TARGET ContinuationCounter()
+      : m_lanes(_mm512_setzero_si512()), m_total(_mm512_setzero_si512()) {}
+  VTCORE_SCAN_TARGET void add(const Block& b) {
+    const __mmask64 continuation = _mm512_cmplt_epi8_mask(b.v, _mm512_set1_epi8(-64));
+    m_lanes = _mm512_mask_sub_epi8(m_lanes, continuation, m_lanes, _mm512_set1_epi8(-1));
+    if (++m_blocks == 255)
+      flush();
+  }
+  VTCORE_SCAN_TARGET std::size_t drain() {
+    flush();
+    return static_cast<std::size_t>(_mm512_reduce_add_epi64(m_total));
+  }
+
+private:
+  VTCORE_SCAN_TARGET void flush() {
+    m_total = _mm512_add_epi64(m_total, _mm512_sad_epu8(m_lanes, _mm512_setzero_si512()));
+    m_lanes = _mm512_setzero_si512();
+    m_blocks = 0;
+  }
+  __m512i m_lanes;
+  __m512i m_total;
+  int m_blocks = 0;
+};
+
+#include <vtcore/core/text/utf8/detail/utf8_scan.inc>
+#undef VTCORE_SCAN_LOADS_BYTES_BEFORE
+#undef VTCORE_SCAN_TARGET
+} // namespace avx512
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+#endif
+
+// The block scan of the code path in use; nullopt on the portable path.
+template <ScanRule Rule>
+std::optional<ScanEnd> scanByPath(const Byte* s) {
+#if defined(__x86_64__)
+  switch (vtcore::dataCodePath()) {
+  case vtcore::DataCodePath::AVX512:
+    return avx512::scanStructure<Rule>(s);
+  case vtcore::DataCodePath::AVX2:
+    return avx2::scanStructure<Rule>(s);
+  case vtcore::DataCodePath::SSSE3:
+    return sse::scanStructure<Rule>(s);
+  case vtcore::DataCodePath::Portable:
+    break;
+  }
+#endif
+  (void)s;
+  return std::nullopt;
 }
 
 // Host string from exactly `length` UTF-8 bytes, refusing anything that is
@@ -243,7 +640,16 @@ VTCORE_EXTERN_C_BEGIN
 int utf8_check(const char* s) {
   if (s == nullptr)
     return 0;
-  return checkBytes(bytes(s), std::strlen(s));
+  const Byte* const start = bytes(s);
+  const std::optional<ScanEnd> scanned = scanByPath<ScanRule::Validation>(start);
+  if (!scanned)
+    return checkBytes(start, std::strlen(s));
+  if (scanned->complete)
+    return 1;
+  // What the scan passed was valid and closed its last character at `at`.
+  const Byte* at = scanned->at;
+  const bool inSequence = at > start && at[-1] >= 0x80;
+  return checkBytesFrom(at, at + std::strlen(reinterpret_cast<const char*>(at)), at, inSequence);
 }
 
 int utf8_check_no_assertion(const char* s) {
@@ -302,23 +708,15 @@ const char* utf8_previous(const char* p) {
 size_t utf8_strlen(const char* s) {
   if (s == nullptr)
     return 0;
-  const Byte* p = bytes(s);
-  const Byte* const end = p + std::strlen(s);
-  std::size_t count = 0;
-  while (p < end) {
-    if (*p < 0x80) {
-      const Byte* runEnd = skipAscii(p + 1, end);
-      count += static_cast<std::size_t>(runEnd - p);
-      p = runEnd;
-      continue;
-    }
-    int length = leadLength(*p);
-    if (length == 0 || end - p < length)
-      break; // not a lead byte, or a character cut short by the terminator
-    p += length;
-    ++count;
-  }
-  return count;
+  const Byte* const start = bytes(s);
+  const std::optional<ScanEnd> scanned = scanByPath<ScanRule::Counting>(start);
+  if (!scanned)
+    return countCharacters(start, start + std::strlen(s));
+  const Byte* at = scanned->at;
+  const std::size_t count = static_cast<std::size_t>(at - start) - scanned->continuations;
+  if (scanned->complete)
+    return count;
+  return count + countCharacters(at, at + std::strlen(reinterpret_cast<const char*>(at)));
 }
 
 const char* utf8_strchr(const char* s, int c) {

@@ -10,7 +10,11 @@
 //   starts 2 bytes, 0xE0-0xEF 3 bytes, 0xF0-0xF4 4 bytes. Any other byte
 //   (0x80-0xC1, 0xF5-0xFF) is not a lead byte and ends the walk. Continuation
 //   bytes are not inspected, except that a character cut short by the
-//   terminator also ends the walk: no function reads past the terminator.
+//   terminator also ends the walk: no function uses a byte past the
+//   terminator. (utf8_check and utf8_strlen, like strlen, read whole aligned
+//   64-byte blocks, so they may load the rest of the block that holds the
+//   terminator or the string's first byte; such a block never crosses into
+//   another page, and the bytes do not change any result.)
 // - Validation (utf8_check): deliberately looser than standard UTF-8; see
 //   utf8_check.
 //
