@@ -1,6 +1,7 @@
 // The number editor driven by real Qt events: hand-built mouse and wheel
 // events with fractional positions, and QTest key clicks.
 #include <vtcore/ui/common/timer/timer.h>
+#include <vtcore/ui/controls/number_editor/detail/font_fit.h>
 #include <vtcore/ui/controls/number_editor/number_editor_control.h>
 
 #include <QAccessible>
@@ -468,6 +469,31 @@ TEST(NumberEditorFont, FitsTheWidthAndKeepsTheFloorWhenNothingFits) {
   const qreal fitted = editor.font().pointSizeF();
   EXPECT_EQ(fitted, editor.fittingFontSize(300));
   EXPECT_LT(editor.sizeForCurrentFont().width(), 300);
+}
+
+// The bisection must find exactly the size the ladder finds, whatever the
+// width, texts and family.
+TEST(NumberEditorFont, BisectionFindsTheLaddersSize) {
+  const std::vector<QString> fourFields = {".00", "/", ".00", "/", ".00", "/", ".00"};
+  const std::vector<QString> midi = {"000"};
+  const std::vector<QString> mixed = {"Wide", "::", "1", "88888"};
+  QFont mono(QStringLiteral("DejaVu Sans Mono"));
+  QFont sans(QStringLiteral("DejaVu Sans"));
+  QFont bold(QStringLiteral("DejaVu Sans"));
+  bold.setBold(true);
+  int compared = 0;
+  for (const QFont& font : {mono, sans, bold}) {
+    for (const auto* texts : {&fourFields, &midi, &mixed}) {
+      for (int width = 0; width <= 900; width += 6) {
+        const vtcore::detail::FontFitRequest request{font, *texts, 6.0, width + 0.5};
+        ASSERT_EQ(vtcore::detail::fitFontSize(request),
+                  vtcore::detail::fitFontSizeByLadder(request))
+            << font.family().toStdString() << " width " << width;
+        ++compared;
+      }
+    }
+  }
+  EXPECT_GT(compared, 1300);
 }
 
 TEST(NumberEditorFont, SizingToTheFontKeepsTheChosenEdge) {

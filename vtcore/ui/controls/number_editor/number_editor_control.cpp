@@ -1,5 +1,6 @@
 #include <vtcore/ui/controls/number_editor/number_editor_control.h>
 
+#include "detail/font_fit.h"
 #include "detail/number_editor_accessible.h"
 
 #include <vtcore/ui/common/timer/timer.h>
@@ -16,9 +17,6 @@
 namespace {
 
 constexpr double kLongClickSeconds = 0.6;
-constexpr qreal kLargestFontSize = 100.0;
-constexpr qreal kFontSizeStep = 0.5;
-constexpr int kFontSizesTried = 198; // 100 down to 1.5
 constexpr qreal kSystemFontSize = 12.0;
 
 const QString kValueKey = QStringLiteral("NUMBEREDITOR_VALUE");
@@ -455,46 +453,37 @@ void DfNumberEditorControl::setShadowEightColor(const QColor& color) {
 
 // --- Sizes ---
 
+QFont DfNumberEditorControl::fittingFamilyFont() const {
+  // fontconfig substitutes a family it does not have (aliases such as
+  // "Monospace" included), so only a font without a family falls back to
+  // the system font here.
+  return font().family().isEmpty() ? systemFontOfSize(kSystemFontSize) : font();
+}
+
 qreal DfNumberEditorControl::fittingFontSize(qreal width) const {
-  qreal available = width;
-  qreal fixed = 0;
-  std::vector<QString> texts;
+  vtcore::detail::FontFitRequest request;
+  request.available = width;
   for (int i = 0; i < separatorCellCount(); ++i) {
     const KwNumberEditorCell* separator = separatorCellAtIndex(i);
     if (m_useCustomSeparatorWidths) {
-      available -= widthOfSeparatorCellAtIndex(i);
+      request.available -= widthOfSeparatorCellAtIndex(i);
     } else if (separator) {
-      texts.push_back(separator->stringValue());
-      fixed += separator->horizontalTextInsetSum();
+      request.texts.push_back(separator->stringValue());
+      request.fixed += separator->horizontalTextInsetSum();
     }
   }
   for (int i = 0; i < editorCellCount(); ++i) {
     if (const KwNumberEditorCell* editor = editorCellAtIndex(i)) {
-      texts.push_back(editor->placeHolderString());
-      fixed += editor->horizontalTextInsetSum();
+      request.texts.push_back(editor->placeHolderString());
+      request.fixed += editor->horizontalTextInsetSum();
     }
   }
-
-  QFont trial = font();
-  if (!QFontDatabase::hasFamily(trial.family()))
-    trial = systemFontOfSize(kSystemFontSize);
-  for (int step = 0; step < kFontSizesTried; ++step) {
-    const qreal size = kLargestFontSize - kFontSizeStep * step;
-    trial.setPointSizeF(size);
-    const QFontMetricsF metrics(trial);
-    qreal needed = fixed;
-    for (const QString& text : texts)
-      needed += std::ceil(metrics.horizontalAdvance(text));
-    if (available > needed)
-      return size;
-  }
-  return kLargestFontSize - kFontSizeStep * (kFontSizesTried - 1);
+  request.font = fittingFamilyFont();
+  return vtcore::detail::fitFontSize(request);
 }
 
 void DfNumberEditorControl::recalculateFontSize() {
-  QFont fitted = font();
-  if (!QFontDatabase::hasFamily(fitted.family()))
-    fitted = systemFontOfSize(kSystemFontSize);
+  QFont fitted = fittingFamilyFont();
   fitted.setPointSizeF(fittingFontSize(width()));
   m_fittedWidth = width();
   setFont(fitted);

@@ -226,6 +226,7 @@ public:
 
 private:
   void initialize();
+  QFont fittingFamilyFont() const;
   std::unique_ptr<KwNumberEditorCell> makeCell() const;
 
   std::int64_t m_value = 0;
