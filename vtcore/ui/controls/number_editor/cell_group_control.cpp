@@ -441,30 +441,24 @@ void KwCellGroupControl::mouseReleaseEvent(QMouseEvent* event) {
   }
   const QPointF previous = m_lastMousePosition;
   m_lastMousePosition = event->position();
-  if (trackedCellIsAlive() && m_eventNumber == m_mouseTrackingEventNumber) {
-    // The release's own movement counts like a drag's.
-    const QPointF origin = m_mouseTrackingCellFrame.topLeft();
-    m_mouseTrackingCell->stopTracking(previous - origin, event->position() - origin, this, true);
-  }
-  mouseUpAt(event->position(), m_eventNumber);
+  // The release's own movement counts like a drag's.
+  mouseUpAt(previous, event->position());
 }
 
-void KwCellGroupControl::mouseUpAt(QPointF /*position*/, std::uint64_t /*eventNumber*/) {
+void KwCellGroupControl::mouseUpAt(QPointF lastPoint, QPointF point) {
   m_mouseIsDown = false;
+  if (trackedCellIsAlive() && m_eventNumber == m_mouseTrackingEventNumber) {
+    const QPointF origin = m_mouseTrackingCellFrame.topLeft();
+    m_mouseTrackingCell->stopTracking(lastPoint - origin, point - origin, this, true);
+  }
   mouseButtonWentUp();
   m_mouseTrackingActive = false;
   m_mouseTrackingCell = nullptr;
 }
 
 void KwCellGroupControl::endMouseTrackingAsMouseUp() {
-  if (!m_mouseIsDown)
-    return;
-  if (trackedCellIsAlive() && m_eventNumber == m_mouseTrackingEventNumber) {
-    const QPointF origin = m_mouseTrackingCellFrame.topLeft();
-    const QPointF at = m_lastMousePosition - origin;
-    m_mouseTrackingCell->stopTracking(at, at, this, true);
-  }
-  mouseUpAt(m_lastMousePosition, m_eventNumber);
+  if (m_mouseIsDown)
+    mouseUpAt(m_lastMousePosition, m_lastMousePosition);
 }
 
 void KwCellGroupControl::wheelEvent(QWheelEvent* event) {

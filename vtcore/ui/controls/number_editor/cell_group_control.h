@@ -168,7 +168,9 @@ private:
   };
 
   void mouseDownAt(const QMouseEvent& event, int clickCount);
-  void mouseUpAt(QPointF position, std::uint64_t eventNumber);
+  // The button went up (or the press ends as if it had) at `point`, the
+  // pointer last seen at `lastPoint`.
+  void mouseUpAt(QPointF lastPoint, QPointF point);
   bool trackedCellIsAlive() const;
   void forEachNumberCell(const std::function<void(KwNumberEditorCell&)>& apply);
   // Moves the editing from the current cell by `step` (+1 or -1), wrapping;

@@ -283,8 +283,8 @@ void DfNumberEditorControl::mouseButtonWentUp() {
 void DfNumberEditorControl::longClickTimeOut(KwTimer* timer) {
   if (!timer || timer != m_longClickTimer.get())
     return;
-  // The timer is delivering this call: let it finish before it goes.
-  m_longClickTimer.release()->deleteLater();
+  // KwTimer allows its target to destroy it inside the action it delivers.
+  m_longClickTimer.reset();
   const QPointer<DfNumberEditorControl> self(this);
   endMouseTrackingAsMouseUp();
   if (!self)
