@@ -588,6 +588,25 @@ TEST(NumberEditorCells, FactoriesMakeTheCellsForAllControlsOrOne) {
   EXPECT_FALSE(plain.separatorCellAtIndex(0)->isEditable());
 }
 
+TEST(NumberEditorCells, ZeroAndNegativeSizesPaintAndTrackNothingWithoutHarm) {
+  DfNumberEditorControl editor(QRect(0, 0, 0, 0));
+  editor.setEditorCellCount(3);
+  EXPECT_EQ(editor.font().pointSizeF(), 1.5);
+  editor.setFrameOfCell(QRectF(5, 5, -20, -8), 0);
+  editor.setWidth(-4, 0);
+  editor.setUseCustomSeparatorWidths(true);
+  EXPECT_EQ(editor.widthOfSeparatorCellAtIndex(0), 0);
+  editor.recalculateCellSizes();
+  QTest::keyClick(&editor, Qt::Key_Return);
+  QImage image(40, 20, QImage::Format_ARGB32_Premultiplied);
+  editor.resize(2, 1);
+  editor.render(&image);
+  press(&editor, QPointF(0.5, 0.5));
+  dragTo(&editor, QPointF(0.5, -3.5));
+  release(&editor, QPointF(0.5, -3.5));
+  EXPECT_EQ(editor.editorCellValues().size(), 3u);
+}
+
 TEST(NumberEditorCells, ATargetDestroyedMeanwhileGetsNothing) {
   auto recorder = std::make_unique<Recorder>();
   auto editor = singleField(*recorder);
