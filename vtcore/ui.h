@@ -15,6 +15,10 @@
 
 // Controls
 #include <vtcore/ui/controls/formatter_delegate/value_formatter_delegate.h>
+#include <vtcore/ui/controls/number_editor/action_cell.h>
+#include <vtcore/ui/controls/number_editor/cell_group_control.h>
+#include <vtcore/ui/controls/number_editor/number_editor_cell.h>
+#include <vtcore/ui/controls/number_editor/number_editor_control.h>
 #include <vtcore/ui/controls/octave_picker/octave_picker_view.h>
 
 // Views: autoresizing, the accessory view animation, container and splitter
