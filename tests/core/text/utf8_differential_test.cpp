@@ -171,10 +171,7 @@ TEST_P(Utf8Paths, StringsAgainstUnreadablePages) {
   munmap(mapping, 3 * page);
 }
 
-INSTANTIATE_TEST_SUITE_P(AllPaths, Utf8Paths,
-                         ::testing::Values(vtcore::DataCodePath::Portable,
-                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2,
-                                           vtcore::DataCodePath::AVX512),
+INSTANTIATE_TEST_SUITE_P(AllPaths, Utf8Paths, ::testing::ValuesIn(kAllDataCodePaths),
                          [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 TEST(Utf8Differential, AcceptsEverythingIcuAccepts) {
