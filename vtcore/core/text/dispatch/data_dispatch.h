@@ -18,9 +18,9 @@ enum class DataCodePath {
   SSSE3,    ///< 128-bit byte shuffles and conversions (x86-64 with SSSE3)
   AVX512,   ///< 512-bit, with mask registers and byte permutes (AVX-512 F, BW,
             ///< VL and VBMI)
-  AVX,      ///< the SSSE3 loops VEX-encoded (x86-64 with AVX but without AVX2), so
-            ///< that they keep their speed after code that left the upper halves
-            ///< of the vector registers dirty
+  AVX,      ///< the SSSE3 loops VEX-encoded (x86-64 with AVX; the choice where
+            ///< AVX2 is missing), so that they keep their speed after code that
+            ///< left the upper halves of the vector registers dirty
 };
 
 /// Ways of computing CRC-32; all give identical results.
