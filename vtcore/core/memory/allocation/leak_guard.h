@@ -118,6 +118,9 @@ public:
 
 private:
   void readEnvironmentOnce();
+  // The saved malloc and free of the default zone, for the scope roots.
+  static void* savedAllocate(std::size_t size);
+  static void savedRelease(void* block);
 
   void* m_preferences = nullptr; // nlohmann::json object, or null
   void* m_overrides = nullptr;   // nlohmann::json object, or null
@@ -125,9 +128,6 @@ private:
   pthread_mutex_t m_lock = PTHREAD_MUTEX_INITIALIZER;
   SMallocEntry* m_head = nullptr;
   SMallocEntry* m_tail = nullptr;
-  // The open roots: word 0 holds their count, the frames follow. Swapped
-  // whole so that a hook never sees a half-written array.
-  std::atomic<void**> m_roots{nullptr};
   std::atomic<int> m_enabled{0};
   std::atomic<unsigned long> m_reportLimit{0};
   std::atomic<bool> m_enabledSet{false};
