@@ -172,11 +172,11 @@ VTCORE_HOOK_CODE void notify() {
 }
 
 // Monitoring decides whether the malloc family may bypass the hooks (see
-// vtcoreReservePassesThrough), so every change of it is passed on to the zone.
+// passesThrough below), so every change of it is passed on to the zone.
 VTCORE_HOOK_CODE void setUsageMonitoring(std::uint8_t on) {
   g_bKWMemReserveUsageMonitoring.store(on, relaxed);
 #if defined(VTCORE_BUILDING_CORE)
-  vtcore::detail::refreshMallocDispatch();
+  vtcore::mallocZonePassThroughChanged();
 #endif
 }
 
@@ -439,23 +439,36 @@ VTCORE_HOOK_CODE void KWMemoryReserveFreeOverride(KWMallocZone* zone, void* ptr)
 }
 
 #if defined(VTCORE_BUILDING_CORE)
+// The library's own malloc and free hooks under hidden names: a program that
+// builds its own copy of the reserve (as the reserve's tests do) interposes
+// the exported names, and its hooks must not be taken for these.
 extern "C" {
-VTCORE_HOOK_CODE bool vtcoreReservePassesThrough() noexcept {
+void* vtcoreReserveMallocHook(KWMallocZone*, size_t) noexcept
+    __attribute__((visibility("hidden"), alias("KWMemoryReserveMallocOverride")));
+void vtcoreReserveFreeHook(KWMallocZone*, void*) noexcept
+    __attribute__((visibility("hidden"), alias("KWMemoryReserveFreeOverride")));
+}
+
+namespace {
+
+// The hooks do no more than call the C library while nothing is monitored
+// and the entries they saved are the zone's own.
+VTCORE_HOOK_CODE bool passesThrough() noexcept {
   return !g_bKWMemReserveUsageMonitoring.load(relaxed) &&
          g_tKWMemReserveSystemZone.malloc == vtcoreSystemMalloc &&
          g_tKWMemReserveSystemZone.free == vtcoreSystemFree;
 }
-VTCORE_HOOK_CODE void* vtcoreReserveMallocFailed(size_t size) noexcept {
+
+// A failed allocation while bypassed: the release step, then the one retry.
+VTCORE_HOOK_CODE void* mallocFailed(size_t size) noexcept {
   KWMallocZone* zone = vtcore::defaultMallocZone();
   KWMemoryReserveHandleLowMemorySituation(zone, size);
   return savedMalloc(zone, size);
 }
-}
-#endif
 
-extern "C" {
-void* vtcoreReserveMallocHook(KWMallocZone*, size_t) noexcept
-    __attribute__((alias("KWMemoryReserveMallocOverride")));
-void vtcoreReserveFreeHook(KWMallocZone*, void*) noexcept
-    __attribute__((alias("KWMemoryReserveFreeOverride")));
-}
+// Registered at library load, before anything can install the hooks.
+[[maybe_unused]] const bool passThroughRegistered = vtcore::addMallocZonePassThrough(
+    {vtcoreReserveMallocHook, vtcoreReserveFreeHook, passesThrough, mallocFailed});
+
+} // namespace
+#endif
