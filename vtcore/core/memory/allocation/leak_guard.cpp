@@ -108,15 +108,14 @@ void KWLeakGuardHandler::OverrideMallocCalls() {
   hooks.valloc = VallocOverride;
   hooks.realloc = ReallocOverride;
   hooks.free = FreeOverride;
+  hooks.size = SizeOverride;
   vtcore::setMallocZoneFunctions(vtcore::defaultMallocZone(), hooks);
 }
 
 void KWLeakGuardHandler::RestoreMallocCalls() {
   if (!m_saved.malloc)
     return; // nothing was ever saved: never write empty entries back
-  KWMallocZoneFunctions saved = m_saved;
-  saved.size = nullptr;
-  vtcore::setMallocZoneFunctions(vtcore::defaultMallocZone(), saved);
+  vtcore::setMallocZoneFunctions(vtcore::defaultMallocZone(), m_saved);
 }
 
 KWLeakGuardHandler::~KWLeakGuardHandler() {
@@ -163,8 +162,10 @@ KWLeakGuard::KWLeakGuard(const std::optional<icu::UnicodeString>& group,
     root = *reinterpret_cast<const std::uintptr_t*>(root);
   if (!valid(root))
     return;
-  m_root = reinterpret_cast<void*>(root);
-  KWLeakGuardHandler::s_cSingleton.SetRoot(group, key, m_root);
+  // Only a scope that opened closes one: another scope of the same frame
+  // must not lose its root to one that never opened.
+  if (KWLeakGuardHandler::s_cSingleton.SetRoot(group, key, reinterpret_cast<void*>(root)))
+    m_root = reinterpret_cast<void*>(root);
 }
 
 KWLeakGuard::~KWLeakGuard() {

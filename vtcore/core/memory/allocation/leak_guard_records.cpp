@@ -20,6 +20,7 @@ using vtcore::detail::leakGuardRoots;
 using vtcore::detail::LeakRecord;
 using vtcore::detail::MutexLock;
 using vtcore::detail::trackedTrailer;
+using vtcore::detail::trailerBelongsTo;
 using vtcore::detail::trailerOf;
 using vtcore::detail::walkCallChain;
 
@@ -37,8 +38,11 @@ VTCORE_HOOK_CODE unsigned char* trailerOf(void* block, std::size_t allocatedSize
 
 VTCORE_HOOK_CODE unsigned char* trackedTrailer(const KWMallocZoneFunctions& saved,
                                                KWMallocZone* zone, void* block) {
+  // A block of exactly the trailer's size is the guard's answer to a
+  // zero-byte request (malloc(0), calloc(1, 0), new T[0]): its trailer
+  // starts at the block itself.
   const std::size_t size = saved.size(zone, block);
-  if (size <= KWLeakGuardHandler::kTrailerSize)
+  if (size < KWLeakGuardHandler::kTrailerSize)
     return nullptr;
   unsigned char* trailer = trailerOf(block, size);
   if (std::memcmp(trailer + kTrailerMagicOffset,
@@ -52,6 +56,11 @@ VTCORE_HOOK_CODE LeakRecord* entryInTrailer(const unsigned char* trailer) {
   LeakRecord* entry;
   std::memcpy(&entry, trailer + kTrailerEntryOffset, sizeof entry);
   return entry;
+}
+
+VTCORE_HOOK_CODE bool trailerBelongsTo(const unsigned char* trailer, const void* block) {
+  const LeakRecord* entry = entryInTrailer(trailer);
+  return !entry || entry->block == block;
 }
 
 } // namespace vtcore::detail
@@ -83,11 +92,13 @@ VTCORE_HOOK_CODE void KWLeakGuardHandler::ReleaseEntry(SMallocEntry* entry) {
 
 VTCORE_HOOK_CODE void* KWLeakGuardHandler::PaddMemory(void* block, unsigned long size,
                                                       SMallocEntry* entry) {
-  void* const* roots = leakGuardRoots().current();
   CallChain chain;
   chain.addresses[0] = nullptr;
-  if (roots)
-    chain = walkCallChain(roots);
+  {
+    const vtcore::detail::ScopeRoots::Reader roots(leakGuardRoots());
+    if (roots.frames())
+      chain = walkCallChain(roots.frames());
+  }
   // A block that continues a record (a realloc of a tracked block) stays
   // tracked with the call chain of its first allocation, wherever it is
   // resized; otherwise its record would point at a block that is gone.
@@ -173,7 +184,8 @@ VTCORE_HOOK_CODE void* KWLeakGuardHandler::ReallocOverride(KWMallocZone* zone, v
   LeakRecord* entry = nullptr;
   if (ptr) {
     MutexLock lock(&handler.m_lock);
-    if (unsigned char* trailer = trackedTrailer(handler.m_saved, zone, ptr)) {
+    unsigned char* trailer = trackedTrailer(handler.m_saved, zone, ptr);
+    if (trailer && trailerBelongsTo(trailer, ptr)) {
       entry = entryInTrailer(trailer);
       // The old trailer must not survive inside the moved contents.
       std::memset(trailer + kTrailerMagicOffset, 0, kTrailerMarkSize);
@@ -199,14 +211,34 @@ VTCORE_HOOK_CODE void KWLeakGuardHandler::FreeOverride(KWMallocZone* zone, void*
   if (!ptr)
     return;
   auto& handler = s_cSingleton;
-  // Only the thread freeing a block reads or changes its trailer, so the
-  // lock is taken only for blocks that carry one (to unlink the record).
+  // Only the thread freeing a block changes its trailer (a report clears
+  // trailers too, under the lock), so the lock is taken only for blocks that
+  // seem to carry one: to check the record really is theirs and unlink it.
   if (!vtcore::detail::HookReentrancyGuard::active())
     if (unsigned char* trailer = trackedTrailer(handler.m_saved, zone, ptr)) {
       MutexLock lock(&handler.m_lock);
-      if (LeakRecord* entry = entryInTrailer(trailer))
-        handler.ReleaseEntry(entry);
-      std::memset(trailer + kTrailerMagicOffset, 0, kTrailerMarkSize);
+      if (trailerBelongsTo(trailer, ptr)) {
+        if (LeakRecord* entry = entryInTrailer(trailer))
+          handler.ReleaseEntry(entry);
+        std::memset(trailer + kTrailerMagicOffset, 0, kTrailerMarkSize);
+      }
     }
   handler.m_saved.free(zone, ptr);
+}
+
+VTCORE_HOOK_CODE std::size_t KWLeakGuardHandler::SizeOverride(KWMallocZone* zone,
+                                                              const void* block) {
+  auto& handler = s_cSingleton;
+  const std::size_t size = handler.m_saved.size(zone, block);
+  if (!block || vtcore::detail::HookReentrancyGuard::active())
+    return size;
+  // The trailer's bytes are not the caller's to write: a tracked block's
+  // usable size ends where its trailer starts.
+  auto* writable = const_cast<void*>(block);
+  if (unsigned char* trailer = trackedTrailer(handler.m_saved, zone, writable)) {
+    MutexLock lock(&handler.m_lock);
+    if (trackedTrailer(handler.m_saved, zone, writable) && trailerBelongsTo(trailer, block))
+      return size - kTrailerSize;
+  }
+  return size;
 }

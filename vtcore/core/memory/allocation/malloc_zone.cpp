@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -25,9 +26,36 @@ VTCORE_HOOK_CODE void vtcoreSystemFree(KWMallocZone*, void* block) noexcept {
 
 namespace {
 
+#if !defined(VTCORE_NO_MALLOC_INTERPOSE)
+// The library answers malloc_usable_size through the zone too (so that a
+// hook can keep bytes of its own out of it), and glibc exports its own under
+// no other name: it is found after this library in lookup order, once, at
+// load time (dlsym may allocate; no hook is installed that early).
+using UsableSize = size_t (*)(void*);
+constinit std::atomic<UsableSize> libcUsableSize{nullptr};
+
+UsableSize resolveLibcUsableSize() noexcept {
+  auto found = reinterpret_cast<UsableSize>(dlsym(RTLD_NEXT, "malloc_usable_size"));
+  if (found == static_cast<UsableSize>(malloc_usable_size))
+    found = nullptr; // never call ourselves
+  libcUsableSize.store(found, std::memory_order_relaxed);
+  return found;
+}
+[[maybe_unused]] const UsableSize resolvedAtLoad = resolveLibcUsableSize();
+
+VTCORE_HOOK_CODE size_t systemSize(KWMallocZone*, const void* block) {
+  if (!block)
+    return 0;
+  UsableSize usableSize = libcUsableSize.load(std::memory_order_relaxed);
+  if (!usableSize) [[unlikely]]
+    usableSize = resolveLibcUsableSize(); // asked before this library's initialisers ran
+  return usableSize ? usableSize(const_cast<void*>(block)) : 0;
+}
+#else
 VTCORE_HOOK_CODE size_t systemSize(KWMallocZone*, const void* block) {
   return block ? malloc_usable_size(const_cast<void*>(block)) : 0;
 }
+#endif
 constexpr auto systemMalloc = vtcoreSystemMalloc;
 VTCORE_HOOK_CODE void* systemCalloc(KWMallocZone*, size_t count, size_t size) {
   return VTCORE_SYSTEM(calloc)(count, size);
@@ -198,6 +226,11 @@ VTCORE_EXPORT VTCORE_HOOK_CODE void* realloc(void* block, size_t size) noexcept 
 }
 VTCORE_EXPORT VTCORE_HOOK_CODE void free(void* block) noexcept {
   dispatchFree.load(std::memory_order_relaxed)(block);
+}
+// Through the table's block-size query: a hook may keep bytes of its own out
+// of what the caller may use.
+VTCORE_EXPORT VTCORE_HOOK_CODE size_t malloc_usable_size(void* block) noexcept {
+  return defaultZone.size.load(std::memory_order_relaxed)(&defaultZone, block);
 }
 
 } // extern "C"

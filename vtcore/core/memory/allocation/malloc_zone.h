@@ -1,8 +1,9 @@
 // The allocator zone: the table of entry points through which every malloc,
 // calloc, valloc, realloc and free of the process passes.
 //
-// The core library defines malloc, calloc, valloc, realloc and free; each
-// behaves as a call through the default zone's table, which starts out
+// The core library defines malloc, calloc, valloc, realloc, free and
+// malloc_usable_size (the table's block-size query); each behaves as a call
+// through the default zone's table, which starts out
 // pointing at the C library's own allocator. (Each actually jumps through a
 // pointer derived from the table when it is written, so that an untouched
 // table costs one jump; hooks only take effect through

@@ -43,4 +43,10 @@ unsigned char* trackedTrailer(const KWMallocZoneFunctions& saved, KWMallocZone* 
 /// The record pointer stored in a trailer (may be null).
 LeakRecord* entryInTrailer(const unsigned char* trailer);
 
+/// Whether a trailer found in `block` is the guard's own for that block: its
+/// record, when it has one, names this block. (A trailer copied into another
+/// block along with a tracked block's bytes names the original.) Requires
+/// the handler's lock.
+bool trailerBelongsTo(const unsigned char* trailer, const void* block);
+
 } // namespace vtcore::detail
