@@ -3,6 +3,7 @@
 #include <vtcore/core/memory/allocation/detail/call_chain.h>
 #include <vtcore/core/memory/allocation/detail/leak_preferences.h>
 #include <vtcore/core/memory/allocation/detail/leak_records.h>
+#include <vtcore/core/memory/allocation/detail/scope_roots.h>
 #include <vtcore/core/memory/allocation/leak_guard.h>
 
 #include <cstdint>
@@ -88,19 +89,26 @@ void KWLeakGuardHandler::Initialize() {
 }
 
 namespace {
-// A child forked while another thread held the guard's lock would find it
-// held for ever: the lock is taken across fork and released on both sides.
+// A child forked while another thread held the guard's lock, or was changing
+// the scope roots, would find them held for ever: both are taken across fork
+// and released on both sides.
 void lockBeforeFork() {
+  vtcore::detail::leakGuardRoots().lockChangesBeforeFork();
   pthread_mutex_lock(&KWLeakGuardHandler::s_cSingleton.forkLock());
 }
-void unlockAfterFork() {
+void unlockInParent() {
   pthread_mutex_unlock(&KWLeakGuardHandler::s_cSingleton.forkLock());
+  vtcore::detail::leakGuardRoots().unlockChangesAfterFork(false);
+}
+void unlockInChild() {
+  pthread_mutex_unlock(&KWLeakGuardHandler::s_cSingleton.forkLock());
+  vtcore::detail::leakGuardRoots().unlockChangesAfterFork(true);
 }
 } // namespace
 
 void KWLeakGuardHandler::OverrideMallocCalls() {
   static std::once_flag atFork;
-  std::call_once(atFork, [] { pthread_atfork(lockBeforeFork, unlockAfterFork, unlockAfterFork); });
+  std::call_once(atFork, [] { pthread_atfork(lockBeforeFork, unlockInParent, unlockInChild); });
   m_saved = vtcore::mallocZoneFunctions(vtcore::defaultMallocZone());
   KWMallocZoneFunctions hooks{};
   hooks.malloc = MallocOverride;

@@ -101,6 +101,16 @@ void ScopeRoots::replace(void** roots, Release release) {
   m_retiredCount = 0;
 }
 
+void ScopeRoots::lockChangesBeforeFork() {
+  m_writer.lock();
+}
+
+void ScopeRoots::unlockChangesAfterFork(bool inChild) {
+  if (inChild)
+    m_readers.store(0, std::memory_order_relaxed);
+  m_writer.unlock();
+}
+
 std::size_t ScopeRoots::retiredCount() const {
   std::lock_guard writer(m_writer);
   return m_retiredCount;

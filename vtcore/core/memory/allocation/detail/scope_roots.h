@@ -50,6 +50,12 @@ public:
   /// new array could be allocated; the roots are then unchanged.
   bool remove(void* frame, Allocate allocate, Release release);
 
+  /// Around fork: the forking thread holds off changes, and the child, where
+  /// no other thread is left, forgets the readers it inherited (they would
+  /// keep retired arrays from ever being freed there).
+  void lockChangesBeforeFork();
+  void unlockChangesAfterFork(bool inChild);
+
   /// Number of retired arrays not yet freed (a reader held them at the last
   /// change). For tests.
   std::size_t retiredCount() const;
