@@ -66,7 +66,8 @@ public:
   /// Sets the centre up from the preferences and allocates the reserve
   /// block. True when on (also when already on); false when a preference
   /// gives 0 (the default for "LowMemoryReserve") or the reserve block or the
-  /// lock cannot be made.
+  /// lock cannot be made (a block larger than the system can really give
+  /// cannot).
   static bool InitializeLMNotificationCenter();
   static bool IsLMNotificationCenterInitialized();
   /// Frees the reserve block and switches the centre off. Keeps the
