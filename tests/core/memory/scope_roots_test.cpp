@@ -69,6 +69,7 @@ TEST(ScopeRoots, AddsAndRemovesOneOccurrenceAndRefusesWhatItCannotDo) {
 TEST(ScopeRoots, ReadersNeverHoldAFreedArrayWhileScopesOpenAndClose) {
   constexpr int kRounds = 20000; // per writer
   constexpr int kReaders = 4, kWriters = 2;
+  constexpr long kReads = 10000;
   ScopeRoots roots;
   std::atomic<bool> stop{false};
   std::atomic<long> reads{0}, strangers{0};
@@ -91,10 +92,13 @@ TEST(ScopeRoots, ReadersNeverHoldAFreedArrayWhileScopesOpenAndClose) {
     });
   std::vector<std::thread> writers;
   for (int w = 0; w < kWriters; ++w)
-    writers.emplace_back([&roots, w] {
+    writers.emplace_back([&roots, &reads, w] {
       void* outer = frame(static_cast<std::uintptr_t>(4 * w + 1));
       void* inner = frame(static_cast<std::uintptr_t>(4 * w + 2));
-      for (int round = 0; round < kRounds; ++round) {
+      // At least kRounds, and on until the readers have really read while
+      // scopes changed (however the threads are scheduled).
+      for (int round = 0; round < kRounds || reads.load(std::memory_order_relaxed) < kReads;
+           ++round) {
         EXPECT_TRUE(roots.add(outer, countedAllocate, countedRelease));
         EXPECT_TRUE(roots.add(inner, countedAllocate, countedRelease));
         EXPECT_TRUE(roots.remove(outer, countedAllocate, countedRelease)); // not in order
@@ -107,7 +111,7 @@ TEST(ScopeRoots, ReadersNeverHoldAFreedArrayWhileScopesOpenAndClose) {
   for (auto& thread : threads)
     thread.join();
   EXPECT_EQ(strangers.load(), 0);
-  EXPECT_GT(reads.load(), 0);
+  EXPECT_GE(reads.load(), kReads);
   // One more change with no reader about frees whatever was still retired.
   ASSERT_TRUE(roots.add(frame(1), countedAllocate, countedRelease));
   ASSERT_TRUE(roots.remove(frame(1), countedAllocate, countedRelease));
