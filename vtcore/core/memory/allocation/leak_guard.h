@@ -38,11 +38,11 @@ class VTCORE_EXPORT KWLeakGuardHandler {
 public:
   /// One record per tracked block, allocated through the saved malloc.
   struct SMallocEntry {
-    SMallocEntry* previous;
-    SMallocEntry* next;
-    void* block;         ///< the tracked block; null once released
-    unsigned long size;  ///< the size the caller asked for; 0 once released
-    void* addresses[16]; ///< return addresses, innermost first, 0-terminated when fewer
+    SMallocEntry* previous; ///< the record before, null for the first
+    SMallocEntry* next;     ///< the record after, null for the last
+    void* block;            ///< the tracked block; null once released
+    unsigned long size;     ///< the size the caller asked for; 0 once released
+    void* addresses[16];    ///< return addresses, innermost first, 0-terminated when fewer
   };
 
   /// Size of the trailer added to every block allocated through the hooks.
@@ -51,6 +51,7 @@ public:
   /// "VTLeakDebug" at offset 32; the entry pointer goes to offset 48.
   static const unsigned char s_sHeaderPrototype[kTrailerSize];
 
+  /// The one handler of the process.
   static KWLeakGuardHandler s_cSingleton;
 
   constexpr KWLeakGuardHandler() = default;
@@ -101,17 +102,22 @@ public:
   /// writes the trailer and fills the record. Returns `block`.
   void* PaddMemory(void* block, unsigned long size, SMallocEntry* entry);
 
-  /// The hooks installed into the default zone.
+  ///@{
+  /// The hooks installed into the default zone, one per entry point of
+  /// KWMallocZoneFunctions.
   static void* MallocOverride(KWMallocZone* zone, std::size_t size);
   static void* CallocOverride(KWMallocZone* zone, std::size_t count, std::size_t size);
   static void* VallocOverride(KWMallocZone* zone, std::size_t size);
   static void* ReallocOverride(KWMallocZone* zone, void* ptr, std::size_t size);
   static void FreeOverride(KWMallocZone* zone, void* ptr);
+  ///@}
 
+  ///@{
   /// The switch and the report limit (see vtcore::setLeakGuardEnabled).
   void setEnabled(bool enabled);
   bool enabled();
   void setReportLimit(unsigned long limit);
+  ///@}
 
   /// The lock of the hooks (taken across fork by the library itself).
   pthread_mutex_t& forkLock() { return m_lock; }
@@ -152,7 +158,9 @@ public:
   KWLeakGuard(const KWLeakGuard&) = delete;
   KWLeakGuard& operator=(const KWLeakGuard&) = delete;
 
+  /// Forwards to KWLeakGuardHandler::ResetHistory.
   static long ResetHistory(bool report);
+  /// Forwards to KWLeakGuardHandler::OverridePreference.
   static void OverridePreference(const std::optional<icu::UnicodeString>& group,
                                  const std::optional<icu::UnicodeString>& key, unsigned value);
 
