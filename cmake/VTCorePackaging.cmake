@@ -10,8 +10,11 @@ endif()
 configure_package_config_file(cmake/VTCoreConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/VTCoreConfig.cmake
   INSTALL_DESTINATION ${VTCORE_CMAKE_DIR})
+# Any later version with the same major version (the same soname) serves an
+# application that asked for an earlier one (docs/ARCHITECTURE.md, "ABI and
+# soname rules").
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/VTCoreConfigVersion.cmake
-  COMPATIBILITY SameMinorVersion)
+  COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VTCoreConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/VTCoreConfigVersion.cmake
         DESTINATION ${VTCORE_CMAKE_DIR} COMPONENT dev)
