@@ -22,7 +22,7 @@ work=$(mktemp -d); trap 'rm -rf "$work"' EXIT
 
 echo "check-package: CMake UI consumer"
 cmake -S "$here" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-cmake --build "$work/cmake" >/dev/null
+cmake --build "$work/cmake" >"$work/build.log" 2>&1 || { cat "$work/build.log" >&2; exit 1; }
 "$work/cmake/ui-consumer" -platform offscreen
 
 echo "check-package: pkg-config UI consumer"
