@@ -6,7 +6,9 @@
 # - the -dbgsym packages' md5sums name the files by their paths inside the
 #   package, not by build-tree paths, and their documentation folder is a
 #   link to the one of the package they belong to, which carries the
-#   copyright and changelog.
+#   copyright and changelog;
+# - manual pages are compressed as Debian requires (gzip -9n), whichever
+#   install() rule put them there.
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   get_filename_component(name "${package}" NAME)
   set(tree "${CPACK_TOPLEVEL_DIRECTORY}/finish/${name}")
@@ -31,6 +33,13 @@ foreach(package IN LISTS CPACK_PACKAGE_FILES)
     file(MAKE_DIRECTORY "${tree}/usr/share/doc")
     file(CREATE_LINK "${CMAKE_MATCH_1}" "${tree}/usr/share/doc/${debian_name}" SYMBOLIC)
   endif()
+
+  file(GLOB_RECURSE pages LIST_DIRECTORIES false "${tree}/usr/share/man/*")
+  foreach(page IN LISTS pages)
+    if(NOT page MATCHES "\\.gz$" AND NOT IS_SYMLINK "${page}")
+      execute_process(COMMAND gzip -9n "${page}" COMMAND_ERROR_IS_FATAL ANY)
+    endif()
+  endforeach()
 
   # md5sums of every regular file, by its path in the package.
   file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE "${tree}" "${tree}/*")
