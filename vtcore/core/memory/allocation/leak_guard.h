@@ -40,11 +40,11 @@ class VTCORE_EXPORT KWLeakGuardHandler {
 public:
   /// One record per tracked block, allocated through the saved malloc.
   struct SMallocEntry {
-    SMallocEntry* previous;
-    SMallocEntry* next;
-    void* block;         ///< the tracked block; null once released
-    unsigned long size;  ///< the size the caller asked for; 0 once released
-    void* addresses[16]; ///< return addresses, innermost first, 0-terminated when fewer
+    SMallocEntry* previous; ///< the record before, null for the first
+    SMallocEntry* next;     ///< the record after, null for the last
+    void* block;            ///< the tracked block; null once released
+    unsigned long size;     ///< the size the caller asked for; 0 once released
+    void* addresses[16];    ///< return addresses, innermost first, 0-terminated when fewer
   };
 
   /// Size of the trailer added to every block allocated through the hooks.
@@ -53,6 +53,7 @@ public:
   /// "VTLeakDebug" at offset 32; the entry pointer goes to offset 48.
   static const unsigned char s_sHeaderPrototype[kTrailerSize];
 
+  /// The one handler of the process.
   static KWLeakGuardHandler s_cSingleton;
 
   constexpr KWLeakGuardHandler() = default;
@@ -108,7 +109,9 @@ public:
   /// writes the trailer and fills the record. Returns `block`.
   void* PaddMemory(void* block, unsigned long size, SMallocEntry* entry);
 
-  /// The hooks installed into the default zone.
+  ///@{
+  /// The hooks installed into the default zone, one per entry point of
+  /// KWMallocZoneFunctions.
   static void* MallocOverride(KWMallocZone* zone, std::size_t size);
   static void* CallocOverride(KWMallocZone* zone, std::size_t count, std::size_t size);
   static void* VallocOverride(KWMallocZone* zone, std::size_t size);
@@ -118,11 +121,14 @@ public:
   /// block's usable size without its trailer, which the caller must not
   /// overwrite; other blocks' as the saved query gives it.
   static std::size_t SizeOverride(KWMallocZone* zone, const void* block);
+  ///@}
 
+  ///@{
   /// The switch and the report limit (see vtcore::setLeakGuardEnabled).
   void setEnabled(bool enabled);
   bool enabled();
   void setReportLimit(unsigned long limit);
+  ///@}
 
   /// The lock of the hooks (taken across fork by the library itself).
   pthread_mutex_t& forkLock() { return m_lock; }
@@ -163,7 +169,9 @@ public:
   KWLeakGuard(const KWLeakGuard&) = delete;
   KWLeakGuard& operator=(const KWLeakGuard&) = delete;
 
+  /// Forwards to KWLeakGuardHandler::ResetHistory.
   static long ResetHistory(bool report);
+  /// Forwards to KWLeakGuardHandler::OverridePreference.
   static void OverridePreference(const std::optional<icu::UnicodeString>& group,
                                  const std::optional<icu::UnicodeString>& key, unsigned value);
 

@@ -31,12 +31,12 @@ typedef struct KWMallocZone KWMallocZone;
 /// arguments of the C function it stands for; `size` is the block-size query
 /// (the usable size of an allocated block, 0 for null).
 typedef struct KWMallocZoneFunctions {
-  size_t (*size)(KWMallocZone* zone, const void* block);
-  void* (*malloc)(KWMallocZone* zone, size_t size);
-  void* (*calloc)(KWMallocZone* zone, size_t count, size_t size);
-  void* (*valloc)(KWMallocZone* zone, size_t size);
-  void (*free)(KWMallocZone* zone, void* block);
-  void* (*realloc)(KWMallocZone* zone, void* block, size_t size);
+  size_t (*size)(KWMallocZone* zone, const void* block);          ///< block-size query
+  void* (*malloc)(KWMallocZone* zone, size_t size);               ///< malloc
+  void* (*calloc)(KWMallocZone* zone, size_t count, size_t size); ///< calloc
+  void* (*valloc)(KWMallocZone* zone, size_t size);               ///< valloc (page-aligned)
+  void (*free)(KWMallocZone* zone, void* block);                  ///< free
+  void* (*realloc)(KWMallocZone* zone, void* block, size_t size); ///< realloc
 } KWMallocZoneFunctions;
 
 #ifdef __cplusplus

@@ -52,8 +52,9 @@ public:
 
   /// An observer with its context; equal when both are equal.
   struct Observer {
-    ObserverFunction function;
-    void* context;
+    ObserverFunction function; ///< called at each level of an escalation
+    void* context;             ///< passed to `function` as it is
+    /// Same function and same context.
     friend bool operator==(const Observer&, const Observer&) = default;
   };
 
@@ -69,6 +70,7 @@ public:
   /// lock cannot be made (a block larger than the system can really give
   /// cannot).
   static bool InitializeLMNotificationCenter();
+  /// Whether the centre is on (initialised and not shut down).
   static bool IsLMNotificationCenterInitialized();
   /// Frees the reserve block and switches the centre off. Keeps the
   /// observers, the critical-operation count and the critical-failure mark
