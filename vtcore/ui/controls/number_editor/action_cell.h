@@ -36,19 +36,27 @@ class QWheelEvent;
 /// cells of this library draw the same in every size.
 enum class KwControlSize { Regular = 0, Small = 1, Mini = 2 };
 
+/// A cell that a control lays out, paints and drives: a text with the state
+/// of a control and a target and action of its own; see the top of this file.
+/// Not copyable. Single-threaded, like the control that holds it.
 class VTCORE_UI_EXPORT KwActionCell {
 public:
   /// An enabled, not editable cell with empty text and the application font.
   KwActionCell();
   /// The same with `text` as its string value.
   explicit KwActionCell(const QString& text);
+  /// Destroys the cell; its target and control view are not touched.
   virtual ~KwActionCell();
 
+  ///@{
+  /// A cell belongs to one control and is not copied.
   KwActionCell(const KwActionCell&) = delete;
   KwActionCell& operator=(const KwActionCell&) = delete;
+  ///@}
 
   // --- Content ---
 
+  /// The cell's text, as set; any text is accepted, digits or not.
   QString stringValue() const { return m_stringValue; }
   /// Sets the text and asks the control view to repaint.
   virtual void setStringValue(const QString& text);
@@ -62,32 +70,63 @@ public:
 
   // --- State ---
 
+  ///@{
+  /// Whether the cell takes part at all; true by default. A disabled cell
+  /// refuses tracking, and a number editor cell also refuses editing and
+  /// changes of its number. Changing it asks the control view to repaint.
   bool isEnabled() const { return m_enabled; }
   virtual void setEnabled(bool enabled);
+  ///@}
+  ///@{
+  /// Whether the user may change the cell (track, scroll, edit); false by
+  /// default. Separator cells are not editable.
   bool isEditable() const { return m_editable; }
   void setEditable(bool editable) { m_editable = editable; }
+  ///@}
+  ///@{
+  /// Stored for the control's owner; the cells of this library neither
+  /// scroll nor wrap their text, whatever these say. False by default.
   bool isScrollable() const { return m_scrollable; }
   void setScrollable(bool scrollable) { m_scrollable = scrollable; }
   bool wraps() const { return m_wraps; }
   void setWraps(bool wraps) { m_wraps = wraps; }
+  ///@}
+  ///@{
+  /// Stored for the control's owner; the cells of this library draw no bezel
+  /// and no border, whatever these say. False by default.
   bool isBezeled() const { return m_bezeled; }
   void setBezeled(bool bezeled) { m_bezeled = bezeled; }
   bool isBordered() const { return m_bordered; }
   void setBordered(bool bordered) { m_bordered = bordered; }
+  ///@}
+  ///@{
   /// The horizontal alignment of the text (Qt::AlignLeft, Qt::AlignRight or
-  /// Qt::AlignHCenter; left by default).
+  /// Qt::AlignHCenter; left by default). The setter keeps only the horizontal
+  /// flags of its argument and asks the control view to repaint.
   Qt::Alignment alignment() const { return m_alignment; }
   void setAlignment(Qt::Alignment alignment);
+  ///@}
+  ///@{
+  /// The font the text is measured and drawn in; the application font by
+  /// default. Setting it asks the control view to repaint.
   QFont font() const { return m_font; }
   void setFont(const QFont& font);
+  ///@}
+  ///@{
+  /// The size class; Regular by default. Stored only: it changes nothing of
+  /// the cell's size or drawing.
   KwControlSize controlSize() const { return m_controlSize; }
   void setControlSize(KwControlSize size) { m_controlSize = size; }
+  ///@}
 
   // --- Target and action ---
 
-  /// The target; not owned, null once destroyed.
+  ///@{
+  /// The object the action is sent to; not owned, null once destroyed. Null
+  /// (the default) sends nothing.
   QObject* target() const { return m_target.data(); }
   void setTarget(QObject* target) { m_target = target; }
+  ///@}
   /// The normalised action signature; empty when none is set.
   const QByteArray& action() const { return m_action; }
   /// Sets the action signature (normalised); null clears it.
@@ -102,11 +141,14 @@ public:
 
   // --- Drawing ---
 
+  ///@{
   /// The view the cell was last drawn into or handed by its control; not
-  /// owned, null once destroyed.
+  /// owned, null once destroyed. The cell repaints through it and, when it
+  /// leaves editing, clears the keyboard focus of its window.
   QWidget* controlView() const { return m_controlView.data(); }
   void setControlView(QWidget* view) { m_controlView = view; }
-  /// Asks the control view, if any, to repaint.
+  ///@}
+  /// Asks the control view, if any, to repaint; nothing without one.
   void updateCell();
 
   /// The size the cell wants with no limit: cellSizeForBounds of a huge rectangle.
@@ -116,8 +158,9 @@ public:
   virtual QSizeF cellSizeForBounds(const QRectF& bounds) const;
   /// Draws the cell into `frame` of `view` with `painter`: the interior only.
   void drawWithFrame(const QRectF& frame, QWidget* view, QPainter& painter);
-  /// Draws the text in the frame, in the view's text colour. Subclasses draw
-  /// themselves here.
+  /// Draws the text in the frame, aligned as alignment() says and centred
+  /// vertically, in the view palette's window text colour, and remembers
+  /// `view` as the control view. Subclasses draw themselves here.
   virtual void drawInteriorWithFrame(const QRectF& frame, QWidget* view, QPainter& painter);
 
   // --- Events routed by the control ---
@@ -138,7 +181,7 @@ public:
   /// The end of tracking; `mouseIsUp` tells whether the button was released.
   virtual void stopTracking(QPointF lastPoint, QPointF stopPoint, QWidget* view, bool mouseIsUp);
 
-  /// Whether the cell handles wheel events (scrollWheel); no here.
+  /// Whether the cell handles wheel events (scrollWheel); not here.
   virtual bool respondsToScrollWheel() const { return false; }
   /// A wheel event over the cell; nothing here.
   virtual void scrollWheel(QWheelEvent* event);
