@@ -23,6 +23,7 @@ namespace vtcore {
 /// cannot be read or understood, reads as kNoLimit: it never makes a size
 /// unavailable.
 struct AvailableMemory {
+  /// The value of a source that sets no limit.
   static constexpr std::uint64_t kNoLimit = UINT64_MAX;
 
   std::uint64_t memAvailable = kNoLimit;     ///< MemAvailable of meminfo

@@ -76,9 +76,14 @@ VTCORE_EXPORT bool mallocZoneInterposed();
 /// the zone's entries change and after mallocZonePassThroughChanged(); it
 /// must not allocate, lock or throw. All four entries are required.
 struct MallocZonePassThrough {
+  /// The client's malloc hook, as it sits in the zone's table.
   void* (*malloc)(KWMallocZone* zone, size_t size);
+  /// The client's free hook, as it sits in the zone's table.
   void (*free)(KWMallocZone* zone, void* block);
+  /// Whether the pair does nothing but call the C library right now.
   bool (*passesThrough)() noexcept;
+  /// What the pair does with a malloc the C library failed; its result is
+  /// the caller's.
   void* (*mallocFailed)(size_t size) noexcept;
 };
 
