@@ -37,6 +37,11 @@ struct KeyRange {
 
 class VTCORE_UI_EXPORT DfOctavePickerView : public QWidget {
   Q_OBJECT
+  // What a form (Qt Designer, uic, QUiLoader) sets.
+  Q_PROPERTY(int keyRangeLocation READ keyRangeLocation WRITE setKeyRangeLocation)
+  Q_PROPERTY(int keyRangeLength READ keyRangeLength WRITE setKeyRangeLength)
+  Q_PROPERTY(int clickRaster READ clickRaster WRITE setClickRaster)
+  Q_PROPERTY(int dragRaster READ dragRaster WRITE setDragRaster)
 public:
   /// Where the keyboard picture starts, in points from the view's left edge.
   static constexpr float kKeysLeft = 6.0f;
@@ -52,6 +57,9 @@ public:
   /// Makes the picker as initWithFrame does; `parent` owns it when given.
   explicit DfOctavePickerView(const QRect& frame = {}, bool isLarge = true,
                               QWidget* parent = nullptr);
+  /// The large picker at the origin, owned by `parent` when given: the
+  /// constructor forms (uic, QUiLoader) call.
+  explicit DfOctavePickerView(QWidget* parent);
   ~DfOctavePickerView() override;
 
   /// Loads the images of the chosen variant, puts the view at the frame's
@@ -69,6 +77,13 @@ public:
   /// clipped to the view, or not at all. Repaints the old and the new marker
   /// rectangles, each widened by 1 point. Sends no action.
   void setKeyRange(vtcore::KeyRange range);
+  /// The key range's location and length one at a time, as forms set them.
+  /// Values past the int range read as INT_MAX; negative values are stored
+  /// as 0. Each setter keeps the other part and behaves as setKeyRange().
+  int keyRangeLocation() const;
+  void setKeyRangeLocation(int location);
+  int keyRangeLength() const;
+  void setKeyRangeLength(int length);
 
   /// The object told about moves; not owned, and forgotten when destroyed.
   QObject* target() const { return m_targetAction.target(); }
@@ -158,4 +173,14 @@ private:
   int m_clickRaster = 7;
   int m_dragRaster = 1;
   int m_totalNumWhiteKeys = 0;
+};
+
+/// The short picker (74 white keys) as a class of its own, so that a form
+/// names the variant by its class: DfOctavePickerView is the large one.
+class VTCORE_UI_EXPORT DfOctavePickerViewShort : public DfOctavePickerView {
+  Q_OBJECT
+public:
+  /// The short picker at the origin, owned by `parent` when given.
+  explicit DfOctavePickerViewShort(QWidget* parent = nullptr);
+  ~DfOctavePickerViewShort() override;
 };

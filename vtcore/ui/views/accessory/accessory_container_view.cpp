@@ -1,5 +1,6 @@
 #include <vtcore/ui/views/accessory/accessory_container_view.h>
 
+#include <QChildEvent>
 #include <QResizeEvent>
 
 void VTAccessoryContainerViewDelegate::accessoryContainerViewWillBeginAnimation(
@@ -92,6 +93,53 @@ void VTAccessoryContainerView::accessorySplitter(VTAccessorySplitter*, float del
 void VTAccessoryContainerView::resizeSubviewsWithOldSize(const QSize& oldSize) {
   m_animation->resizeRemovedViewsWithOldSize(oldSize, size());
   vtcore::resizeSubviewsWithOldSize(this, oldSize);
+}
+
+void VTAccessoryContainerView::adoptViewsFromChildren() {
+  if (m_mainView || m_slideView)
+    return;
+  std::vector<QWidget*> views;
+  for (QObject* child : children()) {
+    QWidget* widget = child->isWidgetType() ? static_cast<QWidget*>(child) : nullptr;
+    if (widget && !widget->isWindow())
+      views.push_back(widget);
+    if (views.size() == 2)
+      break;
+  }
+  if (views.size() < 2)
+    return;
+  // Both are stored before awakeFromNib() runs, so that it runs once.
+  m_mainView = views[0];
+  m_slideView = views[1];
+  awakeFromNib();
+}
+
+bool VTAccessoryContainerView::event(QEvent* event) {
+  const bool handled = QWidget::event(event);
+  switch (event->type()) {
+  case QEvent::Polish:
+    adoptViewsFromChildren();
+    break;
+  case QEvent::ChildAdded:
+    // A form makes the children, then sets their frames: the views are
+    // taken once the form is done, when control is back in the event loop
+    // (or earlier, at the polish before the container is first shown).
+    if (!m_adoptionQueued && !m_mainView && !m_slideView &&
+        static_cast<QChildEvent*>(event)->child()->isWidgetType()) {
+      m_adoptionQueued = true;
+      QMetaObject::invokeMethod(
+          this,
+          [this] {
+            m_adoptionQueued = false;
+            adoptViewsFromChildren();
+          },
+          Qt::QueuedConnection);
+    }
+    break;
+  default:
+    break;
+  }
+  return handled;
 }
 
 void VTAccessoryContainerView::resizeEvent(QResizeEvent* event) {

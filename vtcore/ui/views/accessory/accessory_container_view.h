@@ -10,9 +10,12 @@
 // container moves a panel that is currently out of the hierarchy along too.
 //
 // In code: make the container, place the two views in it, set the masks,
-// then call setMainView() and setSlideView(). In a Qt Designer form: promote
-// a plain QWidget to VTAccessoryContainerView, put the two views in it, and
-// make the same two calls after setupUi().
+// then call setMainView() and setSlideView(). In a Qt Designer form (uic or
+// QUiLoader): put the main view and then the panel into the container; when
+// neither view has been set, the container takes its first two child
+// widgets, in that order, as soon as it is polished (before it is first
+// shown, or on ensurePolished()) or control returns to the event loop after
+// a child was added, whichever comes first.
 //
 // A VTAccessorySplitter placed on the edge (usually a child of the panel)
 // lets the user drag it.
@@ -47,6 +50,16 @@ class VTCORE_UI_EXPORT VTAccessoryContainerView : public QWidget,
                                                   public vtcore::AutoresizingView,
                                                   private VTAccesoryViewAnimationDelegate {
   Q_OBJECT
+  // What a form (Qt Designer, uic, QUiLoader) sets. The alignment is read
+  // from the two views' frames (see VTAccesoryViewAnimation): 0 until both
+  // views are set.
+  Q_PROPERTY(int slideAlignment READ slideAlignment)
+  Q_PROPERTY(double minSlideSize READ minSlideFrameSizeValue WRITE setMinSlideSize)
+  Q_PROPERTY(double maxSlideSize READ maxSlideFrameSizeValue WRITE setMaxSlideSize)
+  Q_PROPERTY(double minMainViewSize READ minMainFrameSizeValue WRITE setMinMainViewSize)
+  Q_PROPERTY(double slidedOutSize READ slidedOutSize WRITE setSlidedOutSize)
+  Q_PROPERTY(double slideInTime READ slideInTimeAmount WRITE setSlideInTimeAmount)
+  Q_PROPERTY(double slideOutTime READ slideOutTimeAmount WRITE setSlideOutTimeAmount)
 public:
   /// An empty container, with its animation (rooted at the container).
   explicit VTAccessoryContainerView(QWidget* parent = nullptr);
@@ -109,6 +122,13 @@ public:
   void setMaxSlideSize(float size) { m_animation->setMaxSlideSize(size); }
   void setMinMainViewSize(float size) { m_animation->setMinMainViewSize(size); }
   float minSlideFrameSizeValue() const { return m_animation->minSlideFrameSizeValue(); }
+  float maxSlideFrameSizeValue() const { return m_animation->maxSlideFrameSizeValue(); }
+  float slidedOutSize() const { return m_animation->slidedOutSize(); }
+  int slideAlignment() const { return m_animation->slideAlignment(); }
+  void setSlideInTimeAmount(double seconds) { m_animation->setSlideInTimeAmount(seconds); }
+  void setSlideOutTimeAmount(double seconds) { m_animation->setSlideOutTimeAmount(seconds); }
+  double slideInTimeAmount() const { return m_animation->slideInTimeAmount(); }
+  double slideOutTimeAmount() const { return m_animation->slideOutTimeAmount(); }
   float minMainFrameSizeValue() const { return m_animation->minMainFrameSizeValue(); }
   void setViewSizesToMinSlideSize() { m_animation->setViewSizesToMinSlideSize(); }
   bool minSplitSizeReached() const { return m_animation->minSplitSizeReached(); }
@@ -149,8 +169,15 @@ public:
   /// the children by their masks.
   void resizeSubviewsWithOldSize(const QSize& oldSize) override;
 
+  /// Takes the first two child widgets as the main view and the slide view,
+  /// as setMainView() and setSlideView() would, when neither view is set
+  /// and there are two; otherwise does nothing. What a loaded form relies
+  /// on; it runs by itself (see above), and may be called any time.
+  void adoptViewsFromChildren();
+
 protected:
   void resizeEvent(QResizeEvent* event) override;
+  bool event(QEvent* event) override;
 
 private:
   void accessoryViewAnimationWillBeginAnimation(VTAccesoryViewAnimation* animation) override;
@@ -161,4 +188,5 @@ private:
   QPointer<QWidget> m_slideView;
   vtcore::DelegatePointer<VTAccessoryContainerViewDelegate> m_delegate;
   std::unique_ptr<VTAccesoryViewAnimation> m_animation;
+  bool m_adoptionQueued = false;
 };
