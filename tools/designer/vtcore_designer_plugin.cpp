@@ -25,7 +25,8 @@ QString widgetXml(const QString& className, const QString& objectName, const QSt
                         "   <header location=\"global\">%3</header>\n"
                         "   <container>%5</container>\n"
                         "  </customwidget>\n </customwidgets>\n</ui>\n")
-      .arg(className, objectName, header, body, container ? QStringLiteral("1") : QStringLiteral("0"));
+      .arg(className, objectName, header, body,
+           container ? QStringLiteral("1") : QStringLiteral("0"));
 }
 
 QString geometry(int width, int height) {
@@ -47,8 +48,10 @@ QString childWidget(const QString& name, int x, int width, int height) {
 }
 
 QList<WidgetEntry> entries() {
-  const QString numberEditor = QStringLiteral("vtcore/ui/controls/number_editor/number_editor_control.h");
-  const QString octavePicker = QStringLiteral("vtcore/ui/controls/octave_picker/octave_picker_view.h");
+  const QString numberEditor =
+      QStringLiteral("vtcore/ui/controls/number_editor/number_editor_control.h");
+  const QString octavePicker =
+      QStringLiteral("vtcore/ui/controls/octave_picker/octave_picker_view.h");
   const QString container = QStringLiteral("vtcore/ui/views/accessory/accessory_container_view.h");
   const QString splitter = QStringLiteral("vtcore/ui/views/accessory/accessory_splitter.h");
   return {
@@ -56,9 +59,11 @@ QList<WidgetEntry> entries() {
        QStringLiteral("A number shown as a row of editable cells with separators, such as "
                       "bar / beat / division / tick"),
        QStringLiteral("vtcore-logo"),
-       widgetXml(QStringLiteral("DfNumberEditorControl"), QStringLiteral("numberEditor"), numberEditor,
+       widgetXml(QStringLiteral("DfNumberEditorControl"), QStringLiteral("numberEditor"),
+                 numberEditor,
                  geometry(160, 24) +
-                     QStringLiteral("  <property name=\"editorCellCount\"><number>4</number></property>\n")),
+                     QStringLiteral(
+                         "  <property name=\"editorCellCount\"><number>4</number></property>\n")),
        false, [](QWidget* parent) { return new DfNumberEditorControl(parent); }},
       {QStringLiteral("DfOctavePickerView"), octavePicker,
        QStringLiteral("A piano keyboard with a key-range marker the user moves (75 white keys)"),
@@ -85,8 +90,8 @@ QList<WidgetEntry> entries() {
       {QStringLiteral("VTAccessorySplitter"), splitter,
        QStringLiteral("The drag handle on the edge of an accessory panel"),
        QStringLiteral("vtcore-logo"),
-       widgetXml(QStringLiteral("VTAccessorySplitter"), QStringLiteral("accessorySplitter"), splitter,
-                 geometry(8, 100)),
+       widgetXml(QStringLiteral("VTAccessorySplitter"), QStringLiteral("accessorySplitter"),
+                 splitter, geometry(8, 100)),
        false, [](QWidget* parent) { return new VTAccessorySplitter(parent); }},
   };
 }
@@ -96,15 +101,21 @@ QList<WidgetEntry> entries() {
 WidgetPlugin::WidgetPlugin(WidgetEntry entry, QObject* parent)
     : QObject(parent), m_entry(std::move(entry)) {}
 
-QString WidgetPlugin::group() const { return QStringLiteral("VTCore"); }
+QString WidgetPlugin::group() const {
+  return QStringLiteral("VTCore");
+}
 
 QIcon WidgetPlugin::icon() const {
   return QIcon(QPixmap::fromImage(kw_loadQuillonBundleImage(m_entry.iconImage)));
 }
 
-QWidget* WidgetPlugin::createWidget(QWidget* parent) { return m_entry.make(parent); }
+QWidget* WidgetPlugin::createWidget(QWidget* parent) {
+  return m_entry.make(parent);
+}
 
-void WidgetPlugin::initialize(QDesignerFormEditorInterface*) { m_initialized = true; }
+void WidgetPlugin::initialize(QDesignerFormEditorInterface*) {
+  m_initialized = true;
+}
 
 WidgetCollection::WidgetCollection(QObject* parent) : QObject(parent) {
   for (WidgetEntry& entry : entries())

@@ -45,7 +45,8 @@ DfOctavePickerView::DfOctavePickerView(const QRect& frame, bool isLarge, QWidget
   initWithFrame(frame, isLarge);
 }
 
-DfOctavePickerView::DfOctavePickerView(QWidget* parent) : DfOctavePickerView(QRect(), true, parent) {}
+DfOctavePickerView::DfOctavePickerView(QWidget* parent)
+    : DfOctavePickerView(QRect(), true, parent) {}
 
 DfOctavePickerView::~DfOctavePickerView() = default;
 
@@ -118,13 +119,17 @@ std::size_t clampedToSize(int value) {
 
 } // namespace
 
-int DfOctavePickerView::keyRangeLocation() const { return clampedToInt(m_keyRange.location); }
+int DfOctavePickerView::keyRangeLocation() const {
+  return clampedToInt(m_keyRange.location);
+}
 
 void DfOctavePickerView::setKeyRangeLocation(int location) {
   setKeyRange({clampedToSize(location), m_keyRange.length});
 }
 
-int DfOctavePickerView::keyRangeLength() const { return clampedToInt(m_keyRange.length); }
+int DfOctavePickerView::keyRangeLength() const {
+  return clampedToInt(m_keyRange.length);
+}
 
 void DfOctavePickerView::setKeyRangeLength(int length) {
   setKeyRange({m_keyRange.location, clampedToSize(length)});

@@ -50,7 +50,8 @@ class VTCORE_UI_EXPORT VTAccessoryContainerView : public QWidget,
                                                   public vtcore::AutoresizingView,
                                                   private VTAccesoryViewAnimationDelegate {
   Q_OBJECT
-  // What a form (Qt Designer, uic, QUiLoader) sets. The alignment is read
+  // What a form (Qt Designer, uic, QUiLoader) sets; uic calls set<Name>(),
+  // so each property is named after its setter. The alignment is read
   // from the two views' frames (see VTAccesoryViewAnimation): 0 until both
   // views are set.
   Q_PROPERTY(int slideAlignment READ slideAlignment)
@@ -58,8 +59,8 @@ class VTCORE_UI_EXPORT VTAccessoryContainerView : public QWidget,
   Q_PROPERTY(double maxSlideSize READ maxSlideFrameSizeValue WRITE setMaxSlideSize)
   Q_PROPERTY(double minMainViewSize READ minMainFrameSizeValue WRITE setMinMainViewSize)
   Q_PROPERTY(double slidedOutSize READ slidedOutSize WRITE setSlidedOutSize)
-  Q_PROPERTY(double slideInTime READ slideInTimeAmount WRITE setSlideInTimeAmount)
-  Q_PROPERTY(double slideOutTime READ slideOutTimeAmount WRITE setSlideOutTimeAmount)
+  Q_PROPERTY(double slideInTimeAmount READ slideInTimeAmount WRITE setSlideInTimeAmount)
+  Q_PROPERTY(double slideOutTimeAmount READ slideOutTimeAmount WRITE setSlideOutTimeAmount)
 public:
   /// An empty container, with its animation (rooted at the container).
   explicit VTAccessoryContainerView(QWidget* parent = nullptr);
