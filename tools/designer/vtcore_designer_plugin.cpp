@@ -7,6 +7,7 @@
 #include <vtcore/ui/views/accessory/accessory_splitter.h>
 
 #include <QIcon>
+#include <QImage>
 #include <QPixmap>
 
 namespace vtcore::designer {
@@ -106,7 +107,12 @@ QString WidgetPlugin::group() const {
 }
 
 QIcon WidgetPlugin::icon() const {
-  return QIcon(QPixmap::fromImage(kw_loadQuillonBundleImage(m_entry.iconImage)));
+  QImage image = kw_loadQuillonBundleImage(m_entry.iconImage);
+  // A whole keyboard shrunk to an icon is a line: an octave of it reads as
+  // a keyboard.
+  if (image.width() > 2 * image.height())
+    image = image.copy(0, 0, image.height() * 3 / 2, image.height());
+  return QIcon(QPixmap::fromImage(image));
 }
 
 QWidget* WidgetPlugin::createWidget(QWidget* parent) {
