@@ -77,12 +77,15 @@ public:
   /// clipped to the view, or not at all. Repaints the old and the new marker
   /// rectangles, each widened by 1 point. Sends no action.
   void setKeyRange(vtcore::KeyRange range);
-  /// The key range's location and length one at a time, as forms set them.
-  /// Values past the int range read as INT_MAX; negative values are stored
-  /// as 0. Each setter keeps the other part and behaves as setKeyRange().
+  /// The key range's location, as forms read it: INT_MAX when it is larger.
   int keyRangeLocation() const;
+  /// Moves the key range to `location` (negative: 0), keeping its length;
+  /// otherwise as setKeyRange().
   void setKeyRangeLocation(int location);
+  /// The key range's length, as forms read it: INT_MAX when it is larger.
   int keyRangeLength() const;
+  /// Gives the key range the length `length` (negative: 0), keeping its
+  /// location; otherwise as setKeyRange().
   void setKeyRangeLength(int length);
 
   /// The object told about moves; not owned, and forgotten when destroyed.

@@ -123,12 +123,20 @@ public:
   void setMaxSlideSize(float size) { m_animation->setMaxSlideSize(size); }
   void setMinMainViewSize(float size) { m_animation->setMinMainViewSize(size); }
   float minSlideFrameSizeValue() const { return m_animation->minSlideFrameSizeValue(); }
+  /// The largest size the user can drag the panel to.
   float maxSlideFrameSizeValue() const { return m_animation->maxSlideFrameSizeValue(); }
+  /// The panel's size when slided out (0 unless set).
   float slidedOutSize() const { return m_animation->slidedOutSize(); }
+  /// The panel's side, read from the views' frames: 1 left, 2 right, 3
+  /// above, 4 below the main view; 0 until both views are set.
   int slideAlignment() const { return m_animation->slideAlignment(); }
+  /// How long sliding in takes, in seconds; bad values as the animation's.
   void setSlideInTimeAmount(double seconds) { m_animation->setSlideInTimeAmount(seconds); }
+  /// How long sliding out takes, in seconds; bad values as the animation's.
   void setSlideOutTimeAmount(double seconds) { m_animation->setSlideOutTimeAmount(seconds); }
+  /// How long sliding in takes, in seconds (0.5 unless set).
   double slideInTimeAmount() const { return m_animation->slideInTimeAmount(); }
+  /// How long sliding out takes, in seconds (0.6 unless set).
   double slideOutTimeAmount() const { return m_animation->slideOutTimeAmount(); }
   float minMainFrameSizeValue() const { return m_animation->minMainFrameSizeValue(); }
   void setViewSizesToMinSlideSize() { m_animation->setViewSizesToMinSlideSize(); }
