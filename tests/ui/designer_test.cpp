@@ -201,6 +201,24 @@ TEST(DesignerForms, UicCodeSetsTheViewsWhenTheContainerIsPolished) {
   expectFormTookEffect(&page);
 }
 
+TEST(DesignerForms, ChildrenMadeTheWayFormsMakeThemAreTakenOnceTheEventLoopRuns) {
+  // As generated code does: the children first, their frames afterwards.
+  VTAccessoryContainerView container;
+  container.resize(300, 100);
+  auto* main = new QWidget(&container);
+  auto* panel = new QWidget(&container);
+  main->setGeometry(0, 0, 220, 100);
+  panel->setGeometry(0, 0, 300, 0);
+  panel->setGeometry(0, 100 - 80, 300, 80);
+  main->setGeometry(0, 0, 300, 20);
+  EXPECT_EQ(container.mainView(), nullptr);
+  QCoreApplication::processEvents();
+  EXPECT_EQ(container.mainView(), main);
+  EXPECT_EQ(container.slideView(), panel);
+  EXPECT_EQ(container.slideAlignment(), 4);
+  EXPECT_FLOAT_EQ(container.slidedInSize(), 80.0f);
+}
+
 TEST(DesignerForms, ViewsSetInCodeAreNeverReplacedByTheChildren) {
   VTAccessoryContainerView container;
   container.resize(300, 100);

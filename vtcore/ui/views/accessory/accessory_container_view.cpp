@@ -1,6 +1,6 @@
 #include <vtcore/ui/views/accessory/accessory_container_view.h>
 
-#include <QChildEvent>
+#include <QEvent>
 #include <QResizeEvent>
 
 void VTAccessoryContainerViewDelegate::accessoryContainerViewWillBeginAnimation(
@@ -116,29 +116,11 @@ void VTAccessoryContainerView::adoptViewsFromChildren() {
 
 bool VTAccessoryContainerView::event(QEvent* event) {
   const bool handled = QWidget::event(event);
-  switch (event->type()) {
-  case QEvent::Polish:
+  // Generated form code and QUiLoader make the children and set their frames
+  // in one go; Qt polishes a new widget only afterwards, when control is
+  // back in the event loop or before it is first shown.
+  if (event->type() == QEvent::Polish)
     adoptViewsFromChildren();
-    break;
-  case QEvent::ChildAdded:
-    // A form makes the children, then sets their frames: the views are
-    // taken once the form is done, when control is back in the event loop
-    // (or earlier, at the polish before the container is first shown).
-    if (!m_adoptionQueued && !m_mainView && !m_slideView &&
-        static_cast<QChildEvent*>(event)->child()->isWidgetType()) {
-      m_adoptionQueued = true;
-      QMetaObject::invokeMethod(
-          this,
-          [this] {
-            m_adoptionQueued = false;
-            adoptViewsFromChildren();
-          },
-          Qt::QueuedConnection);
-    }
-    break;
-  default:
-    break;
-  }
   return handled;
 }
 

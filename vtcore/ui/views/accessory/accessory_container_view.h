@@ -13,9 +13,10 @@
 // then call setMainView() and setSlideView(). In a Qt Designer form (uic or
 // QUiLoader): put the main view and then the panel into the container; when
 // neither view has been set, the container takes its first two child
-// widgets, in that order, as soon as it is polished (before it is first
-// shown, or on ensurePolished()) or control returns to the event loop after
-// a child was added, whichever comes first.
+// widgets, in that order, when Qt polishes it (once control is back in the
+// event loop after it was made, before it is first shown, or on
+// ensurePolished()). Children added after that are taken by
+// adoptViewsFromChildren() or the two calls above.
 //
 // A VTAccessorySplitter placed on the edge (usually a child of the panel)
 // lets the user drag it.
@@ -181,7 +182,7 @@ public:
   /// Takes the first two child widgets as the main view and the slide view,
   /// as setMainView() and setSlideView() would, when neither view is set
   /// and there are two; otherwise does nothing. What a loaded form relies
-  /// on; it runs by itself (see above), and may be called any time.
+  /// on; it runs by itself when the container is polished (see above).
   void adoptViewsFromChildren();
 
 protected:
@@ -197,5 +198,4 @@ private:
   QPointer<QWidget> m_slideView;
   vtcore::DelegatePointer<VTAccessoryContainerViewDelegate> m_delegate;
   std::unique_ptr<VTAccesoryViewAnimation> m_animation;
-  bool m_adoptionQueued = false;
 };
