@@ -6,7 +6,11 @@
 //
 // Argument 0 picks the kernel, argument 1 what runs before each call:
 //   0 vzeroupper (clean)   1 an AVX-512 (or AVX2) instruction in an asm
-//   block, with no vzeroupper   2 ISA-L's crc32_gzip_refl on 256 bytes.
+//   block, with no vzeroupper   2 ISA-L's crc32_gzip_refl on 256 bytes;
+// argument 2 the code path of the swaps, converters and UTF-8 functions:
+//   0 the dispatcher's choice   1 "avx", the VEX-encoded 128-bit loops that
+//   processors with AVX but without AVX2 run   2 "ssse3", the same loops
+//   legacy-encoded, for processors without AVX (shown for contrast).
 // The control kernel is a legacy-SSE byte sum built in this file: it shows
 // whether this processor penalises legacy SSE after dirty upper state at all.
 
@@ -19,8 +23,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <vtcore/core/text/dispatch/data_dispatch.h>
+
 #include <cstring>
 #include <random>
+#include <string>
 
 #include <emmintrin.h>
 #include <isa-l/crc.h>
@@ -38,6 +45,19 @@ const AlignedBuffer<unsigned char>& data() {
     for (std::size_t i = 0; i < kBlock; ++i)
       b[i] = static_cast<unsigned char>(' ' + rng() % 90); // ASCII text for utf8_check
     b[kBlock] = 0;
+    return b;
+  }();
+  return bytes;
+}
+
+// The same text behind a five-byte sequence, which the validation rule
+// accepts and the block scans stop at: utf8_check then runs the byte rules,
+// whose ASCII runs go through the SSE2 skip.
+const AlignedBuffer<unsigned char>& byteRuleText() {
+  static const AlignedBuffer<unsigned char> bytes = [] {
+    AlignedBuffer<unsigned char> b(kBlock + 1);
+    std::memcpy(b.data(), data().data(), kBlock + 1);
+    std::memcpy(b.data(), "\xF8\x88\x80\x80\x80", 5);
     return b;
   }();
   return bytes;
@@ -71,16 +91,30 @@ std::uint64_t sumBytesLegacySse(const unsigned char* p, std::size_t n) {
 void DirtyUpper(benchmark::State& state) {
   const int kernel = static_cast<int>(state.range(0));
   const int before = static_cast<int>(state.range(1));
+  const int pathChoice = static_cast<int>(state.range(2));
   if (before != 0 && !__builtin_cpu_supports("avx")) {
     state.SkipWithError("processor lacks AVX: no upper state to leave dirty");
     return;
   }
+  const vtcore::DataCodePath chosen = vtcore::dataCodePath();
+  const vtcore::DataCodePath path = pathChoice == 1   ? vtcore::DataCodePath::AVX
+                                    : pathChoice == 2 ? vtcore::DataCodePath::SSSE3
+                                                      : chosen;
+  if (!vtcore::setDataCodePath(path)) {
+    state.SkipWithError((std::string("processor lacks ") + vtcore::dataCodePathName(path)).c_str());
+    return;
+  }
   const auto& d = data();
+  const auto& oddText = byteRuleText();
   AlignedBuffer<unsigned char> scratch(kBlock);
   AlignedBuffer<float> floats(kBlock / 2);
+  for (std::size_t i = 0; i < kBlock / 2; ++i)
+    floats[i] = static_cast<float>(d[i]) / 128.0f - 0.5f;
   const KWSampleConverter toFloat = GetConvertNToFloat(2, 0);
-  static const char* kNames[] = {"KWCRC32", "PSwapInt32", "int16->float", "utf8_check",
-                                 "legacy-SSE control"};
+  const KWSampleConverter fromFloat = GetConvertFloatToN(2, 0);
+  static const char* kNames[] = {
+      "KWCRC32",      "PSwapInt32",    "int16->float",           "utf8_check",
+      "float->int16", "utf8_is_ascii", "utf8_check, byte rules", "legacy-SSE control"};
   static const char* kBefore[] = {"clean", "asm dirty", "after ISA-L"};
   std::uint32_t isal = 0;
   for (auto _ : state) {
@@ -103,6 +137,15 @@ void DirtyUpper(benchmark::State& state) {
     case 3:
       benchmark::DoNotOptimize(utf8_check(reinterpret_cast<const char*>(d.data())));
       break;
+    case 4:
+      fromFloat(scratch.data(), floats.data(), kBlock / 2, nullptr);
+      break;
+    case 5:
+      benchmark::DoNotOptimize(utf8_is_ascii(reinterpret_cast<const char*>(d.data()), kBlock));
+      break;
+    case 6:
+      benchmark::DoNotOptimize(utf8_check(reinterpret_cast<const char*>(oddText.data())));
+      break;
     default:
       benchmark::DoNotOptimize(sumBytesLegacySse(d.data(), kBlock));
     }
@@ -110,9 +153,13 @@ void DirtyUpper(benchmark::State& state) {
   }
   benchmark::DoNotOptimize(isal);
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kBlock));
-  state.SetLabel(std::string(kNames[kernel]) + ", " + kBefore[before]);
+  state.SetLabel(std::string(kNames[kernel]) + ", " + kBefore[before] + ", " +
+                 vtcore::dataCodePathName(path));
+  vtcore::setDataCodePath(chosen);
 }
 
-BENCHMARK(DirtyUpper)->ArgsProduct({{0, 1, 2, 3, 4}, {0, 1, 2}});
+// KWCRC32 and the control do not depend on the data code path: once each.
+BENCHMARK(DirtyUpper)->ArgsProduct({{0, 7}, {0, 1, 2}, {0}});
+BENCHMARK(DirtyUpper)->ArgsProduct({{1, 2, 3, 4, 5, 6}, {0, 1, 2}, {0, 1, 2}});
 
 } // namespace

@@ -24,8 +24,8 @@ void require(bool condition) {
 
 using vtcore::DataCodePath;
 
-constexpr DataCodePath kPaths[] = {DataCodePath::Portable, DataCodePath::SSSE3, DataCodePath::AVX2,
-                                   DataCodePath::AVX512};
+constexpr DataCodePath kPaths[] = {DataCodePath::Portable, DataCodePath::SSSE3, DataCodePath::AVX,
+                                   DataCodePath::AVX2, DataCodePath::AVX512};
 
 // The bytes one path leaves after a conversion of `input` selected by `kind`.
 std::vector<unsigned char> runKind(int kind, const std::uint8_t* input, std::size_t size) {

@@ -9,6 +9,7 @@
 #include <vtcore/core/text/dispatch/data_dispatch.h>
 #include <vtcore/core/text/utf8/utf8.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -50,10 +51,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const int valid = utf8_reference::check(u, length);
   const std::size_t characters = utf8_reference::strlen(u, length);
   const vtcore::DataCodePath chosen = vtcore::dataCodePath();
-  for (auto path : {vtcore::DataCodePath::Portable, vtcore::DataCodePath::SSSE3,
-                    vtcore::DataCodePath::AVX2, vtcore::DataCodePath::AVX512}) {
+  const bool ascii = std::none_of(u, u + length, [](unsigned char b) { return b >= 0x80; });
+  for (auto path :
+       {vtcore::DataCodePath::Portable, vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX,
+        vtcore::DataCodePath::AVX2, vtcore::DataCodePath::AVX512}) {
     if (!vtcore::setDataCodePath(path)) {
-      static bool reported[4] = {};
+      static bool reported[5] = {};
       if (!reported[static_cast<int>(path)]) {
         reported[static_cast<int>(path)] = true;
         std::fprintf(stderr, "utf8_fuzz: processor lacks %s, not fuzzed\n",
@@ -63,6 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     require(utf8_check(s.get()) == valid);
     require(utf8_strlen(s.get()) == characters);
+    require(utf8_is_ascii(s.get(), 0) == (ascii ? 1 : 0));
   }
   vtcore::setDataCodePath(chosen);
   require(utf8_check_no_assertion(s.get()) == utf8_check(s.get()));

@@ -30,6 +30,7 @@
 #include <vtcore/core/memory/objects/flyweight.h>
 #include <vtcore/core/memory/objects/object.h>
 #include <vtcore/core/memory/objects/singleton.h>
+#include <vtcore/core/platform/available_memory.h>
 #include <vtcore/core/platform/notification_center.h>
 #include <vtcore/core/platform/user_defaults.h>
 

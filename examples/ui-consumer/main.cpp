@@ -1,6 +1,6 @@
 // The smallest vtcore-ui application: a KwTimer ticks three times into a
 // target, a library image loads and a border view paints; then it quits.
-// Runs without a display with QT_QPA_PLATFORM=offscreen.
+// Runs without a display with `-platform offscreen` (or QT_QPA_PLATFORM=offscreen).
 #include <vtcore/ui.h>
 
 #include <QApplication>

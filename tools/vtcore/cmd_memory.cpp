@@ -206,6 +206,16 @@ void tourReserve() {
             << " (0: no shortage yet); probe of 64 MB in 1 MB fragments: "
             << (KWMemoryReserveTestAvailableMemory(64u << 20, 1u << 20) ? "available" : "short")
             << "\n";
+  const vtcore::AvailableMemory memory = vtcore::readAvailableMemory();
+  auto mb = [](std::uint64_t bytes) {
+    return bytes == vtcore::AvailableMemory::kNoLimit ? std::string("no limit")
+                                                      : std::to_string(bytes >> 20) + " MB";
+  };
+  std::cout << "What the low-memory centre counts as available now: MemAvailable "
+            << mb(memory.memAvailable) << ", memory cgroup"
+            << (memory.cgroupVersion ? " v" + std::to_string(memory.cgroupVersion) : "") << " "
+            << mb(memory.cgroupRoom) << ", RLIMIT_AS " << mb(memory.addressSpaceRoom)
+            << ", RLIMIT_DATA " << mb(memory.dataRoom) << ": " << mb(memory.room()) << ".\n";
 }
 
 // The report gives each source file as its last 32 characters, which often

@@ -2,6 +2,7 @@
 // every allocation path are reported with this file's functions and lines;
 // blocks freed, or allocated outside every scope, are not.
 #include <vtcore/core/memory/allocation/leak_guard.h>
+#include <vtcore/core/memory/allocation/malloc_zone.h>
 #include <vtcore/core/platform/user_defaults.h>
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include <malloc.h>
 #include <regex>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <unistd.h>
 #include <vector>
@@ -42,9 +44,15 @@ icu::UnicodeString text(const char* utf8) {
   return icu::UnicodeString::fromUTF8(utf8);
 }
 
+// The C library's own usable size: malloc_usable_size leaves a tracked
+// block's trailer out.
+std::size_t allocatedSize(void* block) {
+  return vtcore::systemMallocZoneFunctions().size(nullptr, block);
+}
+
 bool hasTrailer(void* block) {
-  const std::size_t size = malloc_usable_size(block);
-  return size > 88 &&
+  const std::size_t size = allocatedSize(block);
+  return size >= 88 &&
          std::memcmp(static_cast<char*>(block) + size - 88 + 32, "VTLeakDebug", 12) == 0;
 }
 
@@ -125,7 +133,7 @@ TEST(LeakGuard, ReportsExactlyTheBlocksLeakedInsideAScopeWithTheirCallChains) {
 
 TEST(LeakGuard, TrailersCallocPaddingAndScopesClosedInAnyOrder) {
   void* outside = std::malloc(40);
-  EXPECT_GE(malloc_usable_size(outside), 40u + 88u) << "88 spare bytes, always";
+  EXPECT_GE(allocatedSize(outside), 40u + 88u) << "88 spare bytes, always";
   KWLeakGuard* first = KWOpenLeakGuardScope(); // both rooted at this test's frame
   KWLeakGuard* second = KWOpenLeakGuardScope();
   int notAFrame = 0;
@@ -137,8 +145,8 @@ TEST(LeakGuard, TrailersCallocPaddingAndScopesClosedInAnyOrder) {
   delete second;
   void* after = std::malloc(30);
   EXPECT_TRUE(hasTrailer(inside));
-  EXPECT_GE(malloc_usable_size(elements), 9u * 16u); // 3 + 88/16 + 1 elements
-  std::free(inside);                                 // freed outside the scope: the record goes
+  EXPECT_GE(allocatedSize(elements), 9u * 16u); // 3 + 88/16 + 1 elements
+  std::free(inside);                            // freed outside the scope: the record goes
   EXPECT_EQ(takeReport().first, 16) << "closed: the last block is not recorded";
   std::free(after);
   std::free(elements);
@@ -190,6 +198,109 @@ TEST(LeakGuard, ReportLimitAndBadInput) {
   void* unknown[] = {reinterpret_cast<void*>(0x10), nullptr};
   KWLeakGuardPrintStack(unknown, 2, 1);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "LLD:         0x00000010 ???\n");
+}
+
+// Zero-byte requests get a block of exactly the trailer's size, its trailer
+// at the block itself: freeing one inside the scope must find its record.
+TEST(LeakGuard, ZeroByteBlocksAreTrackedAndTheirFreesRecognised) {
+  void* blocks[4];
+  {
+    KWLeakGuard guard;
+    blocks[0] = std::malloc(0);
+    blocks[1] = std::calloc(1, 0);
+    blocks[2] = std::realloc(nullptr, 0);
+    blocks[3] = std::calloc(0, 8);
+    char* empty = new char[0];
+    for (void* block : blocks)
+      EXPECT_TRUE(hasTrailer(block)) << allocatedSize(block) << " bytes";
+    for (void* block : blocks)
+      std::free(block);
+    delete[] empty;
+    void* kept = std::malloc(0);
+    void* grown = std::realloc(kept, 0); // stays tracked, with its record
+    EXPECT_TRUE(hasTrailer(grown));
+    std::free(grown);
+  }
+  EXPECT_EQ(takeReport().second, "LLD: no leaking bytes detected\n");
+}
+
+// glibc lets a caller write its block's whole usable size: a tracked block's
+// trailer must not be part of it, or the free that follows cannot find the
+// record.
+TEST(LeakGuard, UsableSizeOfATrackedBlockLeavesTheTrailerOut) {
+  void* outside = std::malloc(100);
+  EXPECT_EQ(malloc_usable_size(outside), allocatedSize(outside)) << "untracked: all of it";
+  {
+    KWLeakGuard guard;
+    for (std::size_t size : {0, 1, 100, 5000}) {
+      void* block = std::malloc(size);
+      const std::size_t usable = malloc_usable_size(block);
+      EXPECT_GE(usable, size);
+      EXPECT_EQ(usable + 88, allocatedSize(block));
+      std::memset(block, 0xA5, usable);
+      std::free(block);
+    }
+  }
+  std::free(outside);
+  EXPECT_EQ(malloc_usable_size(nullptr), 0u);
+  EXPECT_EQ(takeReport().second, "LLD: no leaking bytes detected\n");
+}
+
+// The guard switched off while a scope is open: the scope's root must still
+// go when it closes, or any later function called at the same stack depth
+// (here: from the same caller) would be tracked.
+__attribute__((noinline)) void openAScopeAndSwitchTheGuardOff() {
+  KWLeakGuard guard;
+  vtcore::setLeakGuardEnabled(false);
+}
+__attribute__((noinline)) void* allocateOutsideEveryScope() {
+  return std::malloc(33);
+}
+
+TEST(LeakGuard, SwitchingOffWithAScopeOpenLeavesNoStaleRoot) {
+  openAScopeAndSwitchTheGuardOff();
+  vtcore::setLeakGuardEnabled(true);
+  void* block = allocateOutsideEveryScope();
+  EXPECT_FALSE(hasTrailer(block));
+  EXPECT_EQ(KWResetLeakGuardHistory(false), 0);
+  std::free(block);
+}
+
+// Scopes opening and closing on some threads while others allocate and
+// create threads (the allocation hooks read the roots on every thread). No
+// crash, and every block allocated inside a scope and freed there leaves no
+// record.
+__attribute__((noinline)) void allocateInAScope(unsigned round) {
+  KWLeakGuard guard;
+  std::free(std::malloc(16 + round % 300));
+  delete new std::string(40, 'x');
+}
+
+TEST(LeakGuard, ScopesOpenAndCloseWhileOtherThreadsAllocate) {
+  constexpr unsigned kRounds = 3000; // per scope thread
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> allocators;
+  for (int i = 0; i < 3; ++i)
+    allocators.emplace_back([&stop, i] {
+      for (unsigned n = 0; !stop.load(std::memory_order_relaxed); ++n) {
+        std::free(std::malloc(8 + n % 2000));
+        delete[] new char[32];
+        if (i == 0 && n % 64 == 0)
+          std::thread([] { std::free(std::malloc(100)); }).join();
+      }
+    });
+  std::vector<std::thread> scopes;
+  for (int i = 0; i < 2; ++i)
+    scopes.emplace_back([] {
+      for (unsigned round = 0; round < kRounds; ++round)
+        allocateInAScope(round);
+    });
+  for (auto& thread : scopes)
+    thread.join();
+  stop = true;
+  for (auto& thread : allocators)
+    thread.join();
+  EXPECT_EQ(KWResetLeakGuardHistory(false), 0);
 }
 
 } // namespace

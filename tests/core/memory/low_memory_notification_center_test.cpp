@@ -1,15 +1,21 @@
 #include <vtcore/core/memory/lowmemory/low_memory_notification_center.h>
+#include <vtcore/core/platform/available_memory.h>
 #include <vtcore/core/platform/notification_center.h>
 #include <vtcore/core/platform/user_defaults.h>
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <malloc.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -198,6 +204,186 @@ TEST_F(LowMemoryCenterUnderALimit, OnlyACriticalOperationGetsTheReserveAndLeavin
               testing::ExitedWithCode(0),
               "held r0 refused inner-true true gone ok ok r0 refused inner-false r1 refused "
               "inner-false r2 refused inner-false held ok ");
+}
+
+// --- What Linux really has ---------------------------------------------------
+
+// Files standing in for /proc/meminfo and a memory cgroup, so that a test can
+// make the machine as short of memory as it likes.
+class SimulatedMemory : public LowMemoryCenter {
+protected:
+  void SetUp() override {
+    LowMemoryCenter::SetUp();
+    char directory[] = "/tmp/vtcore-memory-XXXXXX";
+    ASSERT_NE(mkdtemp(directory), nullptr);
+    m_directory = directory;
+    m_meminfo = m_directory + "/meminfo";
+    m_cgroup = m_directory + "/cgroup";
+    mkdir(m_cgroup.c_str(), 0700);
+    s_meminfo = m_meminfo;
+  }
+  void TearDown() override {
+    vtcore::setAvailableMemorySources(nullptr, nullptr);
+    LowMemoryCenter::TearDown();
+    std::filesystem::remove_all(m_directory);
+  }
+  static void writeFile(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::trunc) << text;
+  }
+  static void setMemAvailable(const std::string& kilobytes) {
+    writeFile(s_meminfo, "MemTotal:       16384000 kB\nMemFree:          100000 kB\n"
+                         "MemAvailable:   " +
+                             kilobytes + " kB\nBuffers:           1000 kB\n");
+  }
+  void useFiles(bool withCgroup) {
+    vtcore::setAvailableMemorySources(m_meminfo.c_str(), withCgroup ? m_cgroup.c_str() : nullptr);
+  }
+
+  std::string m_directory, m_meminfo, m_cgroup;
+  static inline std::string s_meminfo;
+};
+
+TEST_F(SimulatedMemory, EachSourceLimitsWhatCountsAsAvailable) {
+  setMemAvailable("51200"); // 50 MiB
+  useFiles(false);
+  EXPECT_EQ(vtcore::readAvailableMemory().memAvailable, 50 * MiB);
+  EXPECT_TRUE(Center::CheckMemory(40 * MiB));
+  void* untouched = std::malloc(60 * MiB);
+  EXPECT_NE(untouched, nullptr) << "Linux lends the address space anyway";
+  std::free(untouched);
+  EXPECT_FALSE(Center::CheckMemory(60 * MiB)) << "but it cannot back it";
+
+  // cgroup v1: limit less usage; "no limit" is the largest page-aligned value.
+  writeFile(m_cgroup + "/memory.limit_in_bytes", std::to_string(100 * MiB) + "\n");
+  writeFile(m_cgroup + "/memory.usage_in_bytes", std::to_string(90 * MiB) + "\n");
+  useFiles(true);
+  vtcore::AvailableMemory memory = vtcore::readAvailableMemory();
+  EXPECT_EQ(memory.cgroupVersion, 1);
+  EXPECT_EQ(memory.cgroupRoom, 10 * MiB);
+  EXPECT_EQ(memory.room(), 10 * MiB);
+  EXPECT_FALSE(Center::CheckMemory(20 * MiB));
+  writeFile(m_cgroup + "/memory.limit_in_bytes", "9223372036854771712\n");
+  EXPECT_EQ(vtcore::readAvailableMemory().cgroupRoom, vtcore::AvailableMemory::kNoLimit);
+
+  // cgroup v2: "max" is no limit; usage above the limit leaves no room.
+  writeFile(m_cgroup + "/memory.max", "max\n");
+  writeFile(m_cgroup + "/memory.current", "4096\n");
+  memory = vtcore::readAvailableMemory();
+  EXPECT_EQ(memory.cgroupVersion, 2);
+  EXPECT_EQ(memory.cgroupRoom, vtcore::AvailableMemory::kNoLimit);
+  writeFile(m_cgroup + "/memory.max", std::to_string(8 * MiB));
+  writeFile(m_cgroup + "/memory.current", std::to_string(9 * MiB));
+  EXPECT_EQ(vtcore::readAvailableMemory().cgroupRoom, 0u);
+  EXPECT_FALSE(Center::CheckMemory(1));
+
+  // What cannot be read or understood limits nothing.
+  writeFile(m_cgroup + "/memory.max", "lots");
+  writeFile(m_meminfo, "MemAvailable: many kB\n");
+  EXPECT_EQ(vtcore::readAvailableMemory().cgroupRoom, vtcore::AvailableMemory::kNoLimit);
+  EXPECT_EQ(vtcore::readAvailableMemory().memAvailable, vtcore::AvailableMemory::kNoLimit);
+  vtcore::setAvailableMemorySources("/nonexistent/meminfo", "/nonexistent");
+  EXPECT_TRUE(Center::CheckMemory(1 * MiB));
+}
+
+TEST_F(SimulatedMemory, ACheckPointEscalatesUntilTheSystemReportsEnoughAndTheReserveMustFit) {
+  setMemAvailable("512"); // half a megabyte
+  useFiles(false);
+  EXPECT_FALSE(turnOn(4 * MiB, 1 * MiB)) << "a reserve that does not fit is not taken";
+  setMemAvailable("2000000");
+  ASSERT_TRUE(turnOn(4096, 1 * MiB));
+  setMemAvailable("512");
+  ASSERT_TRUE(Center::AddLMObserver(
+      [](void*, unsigned char level, unsigned long size) -> unsigned long {
+        calls += "m" + std::to_string(level) + " ";
+        if (level == 1)
+          setMemAvailable("2000000"); // the observer freed plenty
+        return size;
+      },
+      nullptr));
+  EXPECT_TRUE(Center::CheckPoint(0));
+  EXPECT_EQ(calls, "m0 m1 ") << "stopped as soon as the size fitted";
+  EXPECT_EQ(kLowMemoryPosts, 2);
+}
+
+// The reserve block is committed memory: taking it costs its size in
+// resident memory, and giving it back returns that.
+long residentBytes() {
+  std::ifstream statm("/proc/self/statm");
+  long pages = 0, resident = 0;
+  statm >> pages >> resident;
+  return resident * sysconf(_SC_PAGESIZE);
+}
+
+TEST_F(LowMemoryCenter, TheReserveBlockIsResidentWhileHeld) {
+  const long before = residentBytes();
+  ASSERT_TRUE(turnOn(32 * MiB, 1 * MiB));
+  const long held = residentBytes();
+  EXPECT_GE(held - before, static_cast<long>(31 * MiB));
+  Center::ShutdownLMNotificationCenter();
+#ifndef VTCORE_TEST_SANITIZED // the sanitizers' allocators keep freed memory a while
+  EXPECT_GE(held - residentBytes(), static_cast<long>(31 * MiB)) << "given back for real";
+#endif
+}
+
+// A real address-space limit in a child: the room it leaves is what counts.
+TEST_F(LowMemoryCenter, AnAddressSpaceLimitIsWhatCountsUnderIt) {
+#ifdef VTCORE_TEST_SANITIZED
+  GTEST_SKIP() << "the sanitizers reserve address space of their own";
+#endif
+  EXPECT_EXIT(print([] {
+                std::ifstream statm("/proc/self/statm");
+                unsigned long pages = 0;
+                statm >> pages;
+                rlimit limit{};
+                getrlimit(RLIMIT_AS, &limit);
+                limit.rlim_cur =
+                    pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) + 64 * MiB;
+                if (setrlimit(RLIMIT_AS, &limit) != 0)
+                  return std::string("no limit");
+                const auto room = vtcore::readAvailableMemory().addressSpaceRoom;
+                return std::string(room > 0 && room <= 64 * MiB ? "room " : "wrong room ") +
+                       (Center::CheckMemory(128 * MiB) ? "yes" : "no");
+              }()),
+              testing::ExitedWithCode(0), "^room no$");
+}
+
+// A child in a memory cgroup of its own with a 64 MiB limit: an untouched
+// allocation of twice that still succeeds, but the centre answers no and a
+// check point escalates.
+TEST_F(LowMemoryCenter, AMemoryCgroupLimitIsWhatCountsInsideIt) {
+#ifdef VTCORE_TEST_SANITIZED
+  GTEST_SKIP() << "the sanitizers' shadow memory does not fit a small cgroup";
+#endif
+  char own[1024];
+  const int version = vtcore::memoryCgroupDirectory(own, sizeof own);
+  if (version == 0)
+    GTEST_SKIP() << "no memory cgroup is mounted here";
+  const std::string cgroup = std::string(own) + "/vtcore-test-" + std::to_string(getpid());
+  if (mkdir(cgroup.c_str(), 0755) != 0)
+    GTEST_SKIP() << "cannot make a cgroup in " << own << " (cgroup v" << version
+                 << "): " << std::strerror(errno);
+  const std::string limitFile = cgroup + (version == 2 ? "/memory.max" : "/memory.limit_in_bytes");
+  const bool limited = bool(std::ofstream(limitFile) << 64 * MiB);
+  if (!limited) {
+    rmdir(cgroup.c_str());
+    GTEST_SKIP() << "cannot limit " << limitFile;
+  }
+  ASSERT_TRUE(turnOn(4096, 1 * MiB));
+  EXPECT_EXIT(print([&cgroup] {
+                if (!(std::ofstream(cgroup + "/cgroup.procs") << getpid()))
+                  return std::string("not moved");
+                const auto memory = vtcore::readAvailableMemory();
+                std::string result = memory.cgroupRoom <= 64 * MiB ? "limited " : "unlimited ";
+                void* untouched = std::malloc(128 * MiB);
+                result += untouched ? "lent " : "refused ";
+                std::free(untouched);
+                result += Center::CheckMemory(128 * MiB) ? "yes " : "no ";
+                Center::AddLMObserver(observer, A);
+                result += Center::CheckPoint(128 * MiB) ? "true " : "false ";
+                return result + calls + std::to_string(kLowMemoryPosts);
+              }()),
+              testing::ExitedWithCode(0), "^limited lent no true a0 a1 a2 3$");
+  EXPECT_EQ(rmdir(cgroup.c_str()), 0) << std::strerror(errno);
 }
 
 } // namespace

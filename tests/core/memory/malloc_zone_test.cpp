@@ -68,6 +68,51 @@ TEST(MallocZone, InstallingAndRemovingHooksWhileAnotherThreadAllocates) {
   EXPECT_EQ(std::memcmp(&saved, &restored, sizeof saved), 0);
 }
 
+// A client's pair declared as passing through is bypassed while it says so:
+// its hooks see nothing, only failures reach its handler; once it says
+// otherwise, the pair is called again. Incomplete declarations are refused.
+std::atomic<bool> pairPassesThrough{true};
+std::atomic<long> pairMallocs{0}, pairFrees{0}, pairFailures{0};
+
+TEST(MallocZone, APairDeclaredAsPassingThroughIsBypassedWhileItSaysSo) {
+  if (!vtcore::mallocZoneInterposed())
+    GTEST_SKIP() << "the sanitizer's allocator bypasses the zone";
+  saved = vtcore::mallocZoneFunctions(nullptr);
+  vtcore::MallocZonePassThrough pair{};
+  pair.malloc = [](KWMallocZone* zone, std::size_t size) {
+    pairMallocs.fetch_add(1, std::memory_order_relaxed);
+    return saved.malloc(zone, size);
+  };
+  pair.free = [](KWMallocZone* zone, void* block) {
+    pairFrees.fetch_add(1, std::memory_order_relaxed);
+    saved.free(zone, block);
+  };
+  pair.passesThrough = []() noexcept { return pairPassesThrough.load(); };
+  EXPECT_FALSE(vtcore::addMallocZonePassThrough(pair)) << "no failure handler";
+  pair.mallocFailed = [](std::size_t) noexcept -> void* {
+    pairFailures.fetch_add(1, std::memory_order_relaxed);
+    return nullptr;
+  };
+  ASSERT_TRUE(vtcore::addMallocZonePassThrough(pair));
+
+  KWMallocZoneFunctions hooks{};
+  hooks.malloc = pair.malloc;
+  hooks.free = pair.free;
+  vtcore::setMallocZoneFunctions(nullptr, hooks);
+  std::free(std::malloc(100));
+  volatile std::size_t impossible = SIZE_MAX - 4096;
+  EXPECT_EQ(std::malloc(impossible), nullptr);
+  EXPECT_EQ(pairMallocs.load() + pairFrees.load(), 0) << "bypassed";
+  EXPECT_EQ(pairFailures.load(), 1);
+
+  pairPassesThrough = false;
+  vtcore::mallocZonePassThroughChanged();
+  std::free(std::malloc(100));
+  EXPECT_EQ(pairMallocs.load(), 1);
+  EXPECT_EQ(pairFrees.load(), 1);
+  vtcore::setMallocZoneFunctions(nullptr, saved);
+}
+
 // The reserve's hooks installed over the C library, as an outermost Enter
 // installs them (64-bit builds hold no reserve, so they go in by hand). While
 // nothing is monitored the malloc family bypasses the hooks; a failed

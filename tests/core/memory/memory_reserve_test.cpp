@@ -3,6 +3,7 @@
 // preferences are read once per process.
 #include <vtcore/core/memory/allocation/leak_guard.h>
 #include <vtcore/core/memory/allocation/memory_reserve.h>
+#include <vtcore/core/platform/available_memory.h>
 #include <vtcore/core/platform/user_defaults.h>
 
 #include <gtest/gtest.h>
@@ -119,6 +120,39 @@ TEST(MemoryReserveEnter, DefaultsOutOfRangeOptionsAndADisabledEnter) {
     EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
     KWMemoryReserveExit(); // unmatched: ignored, the count does not wrap
     EXPECT_EQ(g_u32KWMemReserveInitCount.load(), 0u);
+  });
+}
+
+long residentBytes() {
+  long pages = 0, resident = 0;
+  std::ifstream("/proc/self/statm") >> pages >> resident;
+  return resident * sysconf(_SC_PAGESIZE);
+}
+
+// On a machine that reports 3000 kB available the reserve takes the
+// smallest split whose blocks fit (4 of 2 MB), commits them (resident while
+// held, returned at Exit), and the probe says no to what cannot be backed.
+TEST(MemoryReserve, BlocksAreCommittedAndOnlyWhatTheSystemCanGiveCounts) {
+  inChild([] {
+    const std::string meminfo = "/tmp/vtcore-reserve-meminfo-" + std::to_string(getpid());
+    std::ofstream(meminfo) << "MemTotal: 16000000 kB\nMemAvailable:    3000 kB\n";
+    vtcore::setAvailableMemorySources(meminfo.c_str(), nullptr);
+    smallReserve(8, 2, 4);
+    const long before = residentBytes();
+    KWMemoryReserveEnter(nullptr, nullptr);
+    const long held = residentBytes();
+    EXPECT_EQ(g_iKWMemReserveCurDivide.load(), 4);
+    EXPECT_NE(g_ptrKWMemReserveFinalPtr.load(), nullptr);
+    EXPECT_GE(held - before, static_cast<long>(9 * MB)) << "8 + 2 MB written";
+    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(4 * MB, MB), 0);
+    EXPECT_EQ(KWMemoryReserveDidProbingFail(0), 1);
+    EXPECT_EQ(KWMemoryReserveTestAvailableMemory(2 * MB, MB), 1);
+    KWMemoryReserveExit();
+    if (vtcore::mallocZoneInterposed()) { // a sanitizer's allocator keeps freed memory a while
+      EXPECT_GE(held - residentBytes(), static_cast<long>(9 * MB)) << "given back for real";
+    }
+    vtcore::setAvailableMemorySources(nullptr, nullptr);
+    std::remove(meminfo.c_str());
   });
 }
 

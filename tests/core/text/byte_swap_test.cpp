@@ -112,10 +112,7 @@ TEST_P(SwapPaths, RunsOfSamplesMatchSingleSwapsAtEveryLengthAndOffset) {
       }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllPaths, SwapPaths,
-                         ::testing::Values(vtcore::DataCodePath::Portable,
-                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2,
-                                           vtcore::DataCodePath::AVX512),
+INSTANTIATE_TEST_SUITE_P(AllPaths, SwapPaths, ::testing::ValuesIn(kAllDataCodePaths),
                          [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 } // namespace

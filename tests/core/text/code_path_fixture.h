@@ -6,6 +6,11 @@
 
 #include <gtest/gtest.h>
 
+// Every path, in the order of the dispatcher's preference from the slowest.
+inline constexpr vtcore::DataCodePath kAllDataCodePaths[] = {
+    vtcore::DataCodePath::Portable, vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX,
+    vtcore::DataCodePath::AVX2, vtcore::DataCodePath::AVX512};
+
 class DataCodePathTest : public ::testing::TestWithParam<vtcore::DataCodePath> {
 protected:
   void SetUp() override {

@@ -159,10 +159,7 @@ TEST_P(ConverterPaths, ShortRunsEqualThePortablePath) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(AllPaths, ConverterPaths,
-                         ::testing::Values(vtcore::DataCodePath::Portable,
-                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2,
-                                           vtcore::DataCodePath::AVX512),
+INSTANTIATE_TEST_SUITE_P(AllPaths, ConverterPaths, ::testing::ValuesIn(kAllDataCodePaths),
                          [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 TEST(SampleConverters, UnlistedCombinationsDoNothing) {

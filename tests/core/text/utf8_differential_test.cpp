@@ -145,6 +145,29 @@ TEST_P(Utf8Paths, LongMixedTextWithOneOddSequenceAnywhere) {
   }
 }
 
+// The byte rules, where a scan stops, and utf8_is_ascii skip ASCII runs 16
+// and 64 bytes at a time: a run must end exactly at its first byte of 0x80 or
+// above, whatever its length and alignment. A five-byte sequence (which only
+// the validation rule accepts) and a cut character (which only the stepping
+// rule walks over) stop the scans first, so that each rule meets the run in
+// its own loop.
+TEST_P(Utf8Paths, AsciiRunsEndAtTheirFirstHighByte) {
+  for (const char* stop : {"\xF8\x88\x80\x80\x80", "\xC3z"})
+    for (const char* high : {"\xC3\xA9", "\xA9", "\xFF"})
+      for (std::size_t align = 0; align < 64; align += 9)
+        for (std::size_t run = 0; run < 150; ++run) {
+          const std::string s =
+              std::string(align, 'x') + stop + std::string(run, 'a') + high + std::string(20, 'b');
+          expectLikeTheRules(s);
+          const char* ascii = s.c_str() + align + std::strlen(stop);
+          ASSERT_EQ(utf8_is_ascii(ascii, 0), 0) << run;
+          if (run > 0) { // 0 stands for the whole string
+            ASSERT_EQ(utf8_is_ascii(ascii, run), 1) << run;
+          }
+          ASSERT_EQ(utf8_is_ascii(ascii, run + 1), 0) << run;
+        }
+}
+
 // The scans read whole aligned blocks: a string that ends just before an
 // unreadable page, or starts just after one, must not fault.
 TEST_P(Utf8Paths, StringsAgainstUnreadablePages) {
@@ -171,10 +194,7 @@ TEST_P(Utf8Paths, StringsAgainstUnreadablePages) {
   munmap(mapping, 3 * page);
 }
 
-INSTANTIATE_TEST_SUITE_P(AllPaths, Utf8Paths,
-                         ::testing::Values(vtcore::DataCodePath::Portable,
-                                           vtcore::DataCodePath::SSSE3, vtcore::DataCodePath::AVX2,
-                                           vtcore::DataCodePath::AVX512),
+INSTANTIATE_TEST_SUITE_P(AllPaths, Utf8Paths, ::testing::ValuesIn(kAllDataCodePaths),
                          [](const auto& p) { return vtcore::dataCodePathName(p.param); });
 
 TEST(Utf8Differential, AcceptsEverythingIcuAccepts) {

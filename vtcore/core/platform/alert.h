@@ -23,14 +23,15 @@ enum AlertAnswer : int {
   kAlertCancel = 3     ///< cancelled, or the time-out ran out
 };
 
+/// What an alert shows: its level, texts, buttons and time-out.
 struct AlertRequest {
-  AlertLevel level = AlertLevel::Stop;
-  icu::UnicodeString header;
-  icu::UnicodeString message;
-  icu::UnicodeString defaultButton;
-  icu::UnicodeString alternateButton; ///< empty: no such button
-  icu::UnicodeString otherButton;     ///< empty: no such button
-  double timeoutSeconds = 0;          ///< 0: wait for the user
+  AlertLevel level = AlertLevel::Stop; ///< how serious, for the icon
+  icu::UnicodeString header;           ///< the bold first line
+  icu::UnicodeString message;          ///< the explanation below it
+  icu::UnicodeString defaultButton;    ///< the default button's title
+  icu::UnicodeString alternateButton;  ///< empty: no such button
+  icu::UnicodeString otherButton;      ///< empty: no such button
+  double timeoutSeconds = 0;           ///< 0: wait for the user
 };
 
 /// Shows `request` and returns one of AlertAnswer's values; it blocks the

@@ -18,14 +18,16 @@ namespace vtcore {
 /// attributes with the keys as the logger names them ("QXLog Local Time",
 /// "QXLog Thread", "ReadUID", "Level", "Message"), in that order.
 struct VTCORE_EXPORT LogRecord {
-  std::string identity;
-  int level = 0;
-  std::vector<std::pair<std::string, std::string>> fields;
+  std::string identity; ///< the sender (SYSLOG_IDENTIFIER in the journal)
+  int level = 0;        ///< syslog priority, 0 (emergency) to 7 (debug)
+  std::vector<std::pair<std::string, std::string>> fields; ///< the attributes, in order
 
   /// The value of `key`, or an empty text when the record has no such key.
   std::string field(const std::string& key) const;
 };
 
+/// Where the logger's records go: the system sink (the journal, or syslog)
+/// unless an application or a test installs another with setLogSink.
 class VTCORE_EXPORT LogSink {
 public:
   virtual ~LogSink();
@@ -53,7 +55,9 @@ VTCORE_EXPORT std::string journalFieldName(const std::string& key);
 class VTCORE_EXPORT MemoryLogSink : public LogSink {
 public:
   void send(const LogRecord& record) override;
+  /// A copy of the records received so far, oldest first.
   std::vector<LogRecord> records() const;
+  /// Forgets every record received so far.
   void clear();
 
 private:

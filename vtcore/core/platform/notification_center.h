@@ -15,13 +15,16 @@
 
 namespace vtcore {
 
+/// One posted notification, as observers receive it.
 struct Notification {
-  icu::UnicodeString name;
+  icu::UnicodeString name;      ///< what happened ("kLowMemoryNotification", ...)
   const void* object = nullptr; ///< the poster's object, often null
 };
 
+/// A registry of observers by notification name; see the top of this file.
 class VTCORE_EXPORT NotificationCenter {
 public:
+  /// Called on the posting thread with each notification of its name.
   using Observer = std::function<void(const Notification& notification)>;
   /// Identifies one registration; 0 is never a valid token.
   using Token = std::uint64_t;

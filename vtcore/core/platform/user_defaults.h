@@ -30,6 +30,8 @@ struct DefaultsFileVersion {
 };
 } // namespace detail
 
+/// The user-defaults store of one application (see the top of this file):
+/// the preferences the library's services read, by group and key.
 class VTCORE_EXPORT UserDefaults {
 public:
   /// The store of the current application (see setApplicationIdentifier).

@@ -97,10 +97,10 @@ constexpr std::uint32_t makeChannelLayoutTag(std::uint32_t high, std::uint32_t l
 /// One row of the layout table: a format, a host layout tag (0 for the
 /// format's own order), the number of channels and their order.
 struct ChannelLayoutRow {
-  std::uint32_t format;
-  std::uint32_t tag;
-  std::uint32_t channelCount;
-  std::uint32_t order[8];
+  std::uint32_t format;       ///< the channel format
+  std::uint32_t tag;          ///< the host layout tag, 0 for the format's own order
+  std::uint32_t channelCount; ///< how many entries of `order` count
+  std::uint32_t order[8];     ///< the channels, in order
 };
 
 /// The layout table the lookup functions search, first row first.

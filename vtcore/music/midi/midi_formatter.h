@@ -42,6 +42,7 @@ public:
 
   /// Resets the note style to 0 and returns this formatter.
   KWMIDIFormatter* init();
+  /// The note style in use (0 after init()).
   int noteStyle() const { return _noteStyle; }
   /// Stores `style` when it differs from the current one. Any int is
   /// accepted; styles other than 0 to 3 format everything as "".

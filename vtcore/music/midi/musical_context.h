@@ -26,11 +26,15 @@ public:
   /// where p is the position as a double and remainder is the IEEE one.
   CMusicalContext(long position, long reference, CMusicalContextCalculator calculator);
 
-  std::int64_t position;
-  std::int64_t reference;
-  std::int64_t tempo;
-  std::int64_t metreNumerator;
-  std::int64_t metreDenominator;
+  std::int64_t position;         ///< the position given to the constructor
+  std::int64_t reference;        ///< the reference given to the constructor
+  std::int64_t tempo;            ///< thousandths of a beat per minute (120000 at start)
+  std::int64_t metreNumerator;   ///< beats per bar (4 at start)
+  std::int64_t metreDenominator; ///< the beat's note value (4 at start)
+  /// What the calculator found; the built-in calculator sets results 1 to 3
+  /// (see the constructor), results 4 and 5 and the flags belong to the
+  /// application's calculators.
+  ///@{
   std::int64_t result1;
   std::int64_t result2;
   std::int64_t result3;
@@ -39,6 +43,7 @@ public:
   std::uint8_t flag1;
   std::uint8_t flag2;
   std::uint8_t flag3;
+  ///@}
 
   /// The calculator used when a context is built without one; null at start.
   /// Set it at start-up, before contexts are built on other threads.

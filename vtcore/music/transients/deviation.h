@@ -11,8 +11,8 @@
 /// deviate wrongly. The applications fill and read it; the library only
 /// prints it.
 struct VTCORE_EXPORT VTEv_AssessDeviations {
-  std::int64_t ClockWrongDeviationPrevFrames = 0;
-  std::int64_t ClockWrongDeviationNextFrames = 0;
+  std::int64_t ClockWrongDeviationPrevFrames = 0; ///< frames before the point
+  std::int64_t ClockWrongDeviationNextFrames = 0; ///< frames after the point
 
   /// Writes the record's text to standard output, then the stream-state
   /// pointer (the address of std::cout while it is neither failed nor bad,

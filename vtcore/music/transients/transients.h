@@ -74,6 +74,7 @@ VTCORE_EXPORT std::ostream& operator<<(std::ostream& stream, const CTransient& t
 
 /// Position order: a.pos < b.pos (signed).
 struct VTCORE_EXPORT SortFunctor_CTransient_Pos {
+  /// Whether `a` comes before `b`.
   bool operator()(const CTransient& a, const CTransient& b) const { return a.pos < b.pos; }
 };
 
@@ -82,6 +83,7 @@ struct VTCORE_EXPORT SortFunctor_CTransient_Pos {
 /// equal, so this is no strict weak order when NaNs are present; the
 /// collection's sorts guard against that themselves.
 struct VTCORE_EXPORT SortFunctor_CTransient_EnergyAndPos {
+  /// Whether `a` comes before `b`.
   bool operator()(const CTransient& a, const CTransient& b) const {
     return a.Energy < b.Energy || (a.Energy == b.Energy && a.pos < b.pos);
   }

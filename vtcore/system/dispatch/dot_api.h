@@ -24,6 +24,7 @@ public:
     kOptimizationsOff = 5,
     kDebugMode = 6,
   };
+  /// The number of code paths (the size of each side of the matrix).
   static constexpr int kIDCount = 7;
 
   CDotAPI() = delete;
@@ -63,17 +64,24 @@ public:
   static void SetDebugMode(bool debug);
   /// Whether history is to be updated (true at start).
   static bool UpdateHistory();
+  /// Switches history updates on or off (UpdateHistory()).
+  ///@{
   static void EnableHistoryUpdate();
   static void DisableHistoryUpdate();
+  ///@}
 
-  // Class-wide state, public so that hosts and tests can inspect it; use
-  // the functions above to change it.
+  ///@{
+  /// Class-wide state, public so that hosts and tests can inspect it; use
+  /// the functions above to change it: history updates on, debug
+  /// configuration chosen, class initialised, override in force, the
+  /// overriding path, the processor's path.
   static std::atomic<bool> s_bEnableHistoryUpdate;
   static std::atomic<bool> s_fDbgMode;
   static std::atomic<bool> s_fInit;
   static std::atomic<bool> s_fOverride;
   static std::atomic<EID> s_eOverride;
   static std::atomic<EID> s_eID;
+  ///@}
   /// The matrix in force: row = processor path, column = path offered.
   static std::atomic<bool> s_afEnable[kIDCount][kIDCount];
   /// Release configuration: a processor offers its own path and

@@ -19,12 +19,19 @@ inline constexpr const char* KWExceptionStackTraceKey = "KWStackTrace";
 /// throwing call chain under KWExceptionStackTraceKey.
 class VTCORE_EXPORT KWException : public std::exception {
 public:
+  /// Free-form key/value details of the exception (KWExceptionStackTraceKey
+  /// among them).
   using UserInfo = std::map<std::string, std::string>;
 
+  /// Makes the exception and records the current call chain in its user
+  /// information under KWExceptionStackTraceKey.
   KWException(std::string name, std::string reason, UserInfo userInfo = {});
 
+  /// The exception's name ("ESSingleton", ...).
   const std::string& name() const noexcept { return m_name; }
+  /// The reason, a sentence for people.
   const std::string& reason() const noexcept { return m_reason; }
+  /// The user information given to the constructor, plus the call chain.
   const UserInfo& userInfo() const noexcept { return m_userInfo; }
   /// The reason, as the exception's text.
   const char* what() const noexcept override { return m_reason.c_str(); }

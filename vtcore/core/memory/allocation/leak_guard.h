@@ -5,6 +5,8 @@
 // with KWOpenLeakGuardScope). While a scope is open, every allocation whose
 // frame-pointer chain passes through the scope's function is given an
 // 88-byte trailer and recorded with its call chain; frees remove the record.
+// malloc_usable_size of a tracked block leaves the trailer out. Scopes may
+// open and close while other threads allocate.
 // KWResetLeakGuardHistory(true) prints what is left on standard output, as
 // lines starting with "LLD: ", and discards it; the same report is printed
 // at process exit.
@@ -38,11 +40,11 @@ class VTCORE_EXPORT KWLeakGuardHandler {
 public:
   /// One record per tracked block, allocated through the saved malloc.
   struct SMallocEntry {
-    SMallocEntry* previous;
-    SMallocEntry* next;
-    void* block;         ///< the tracked block; null once released
-    unsigned long size;  ///< the size the caller asked for; 0 once released
-    void* addresses[16]; ///< return addresses, innermost first, 0-terminated when fewer
+    SMallocEntry* previous; ///< the record before, null for the first
+    SMallocEntry* next;     ///< the record after, null for the last
+    void* block;            ///< the tracked block; null once released
+    unsigned long size;     ///< the size the caller asked for; 0 once released
+    void* addresses[16];    ///< return addresses, innermost first, 0-terminated when fewer
   };
 
   /// Size of the trailer added to every block allocated through the hooks.
@@ -51,6 +53,7 @@ public:
   /// "VTLeakDebug" at offset 32; the entry pointer goes to offset 48.
   static const unsigned char s_sHeaderPrototype[kTrailerSize];
 
+  /// The one handler of the process.
   static KWLeakGuardHandler s_cSingleton;
 
   constexpr KWLeakGuardHandler() = default;
@@ -66,15 +69,20 @@ public:
   void Initialize();
   /// Saves the zone's entry points and installs the five hooks.
   void OverrideMallocCalls();
-  /// Writes the saved entry points back into the zone.
+  /// Writes the saved entry points (the block-size query included) back into
+  /// the zone.
   void RestoreMallocCalls();
 
   /// Opens a scope rooted at `frame`. With a group or a key, both must be
   /// given and CheckPreference must be non-zero; otherwise nothing opens.
-  /// Nothing opens while the guard is switched off.
-  void SetRoot(const std::optional<icu::UnicodeString>& group,
+  /// Nothing opens while the guard is switched off. Returns whether the
+  /// scope opened. Safe while other threads allocate.
+  bool SetRoot(const std::optional<icu::UnicodeString>& group,
                const std::optional<icu::UnicodeString>& key, void* frame);
-  /// Closes the scope rooted at `frame`; an unknown frame is ignored.
+  /// Closes one scope rooted at `frame`, also when the guard was switched
+  /// off meanwhile (a root left behind would track any later function at the
+  /// same stack depth); an unknown frame is ignored. Safe while other threads
+  /// allocate.
   void ClearRoot(void* frame);
 
   /// The scope condition: the override value of group/key if there is one,
@@ -101,23 +109,35 @@ public:
   /// writes the trailer and fills the record. Returns `block`.
   void* PaddMemory(void* block, unsigned long size, SMallocEntry* entry);
 
-  /// The hooks installed into the default zone.
+  ///@{
+  /// The hooks installed into the default zone, one per entry point of
+  /// KWMallocZoneFunctions.
   static void* MallocOverride(KWMallocZone* zone, std::size_t size);
   static void* CallocOverride(KWMallocZone* zone, std::size_t count, std::size_t size);
   static void* VallocOverride(KWMallocZone* zone, std::size_t size);
   static void* ReallocOverride(KWMallocZone* zone, void* ptr, std::size_t size);
   static void FreeOverride(KWMallocZone* zone, void* ptr);
+  /// The block-size query (what malloc_usable_size answers): a tracked
+  /// block's usable size without its trailer, which the caller must not
+  /// overwrite; other blocks' as the saved query gives it.
+  static std::size_t SizeOverride(KWMallocZone* zone, const void* block);
+  ///@}
 
+  ///@{
   /// The switch and the report limit (see vtcore::setLeakGuardEnabled).
   void setEnabled(bool enabled);
   bool enabled();
   void setReportLimit(unsigned long limit);
+  ///@}
 
   /// The lock of the hooks (taken across fork by the library itself).
   pthread_mutex_t& forkLock() { return m_lock; }
 
 private:
   void readEnvironmentOnce();
+  // The saved malloc and free of the default zone, for the scope roots.
+  static void* savedAllocate(std::size_t size);
+  static void savedRelease(void* block);
 
   void* m_preferences = nullptr; // nlohmann::json object, or null
   void* m_overrides = nullptr;   // nlohmann::json object, or null
@@ -125,9 +145,6 @@ private:
   pthread_mutex_t m_lock = PTHREAD_MUTEX_INITIALIZER;
   SMallocEntry* m_head = nullptr;
   SMallocEntry* m_tail = nullptr;
-  // The open roots: word 0 holds their count, the frames follow. Swapped
-  // whole so that a hook never sees a half-written array.
-  std::atomic<void**> m_roots{nullptr};
   std::atomic<int> m_enabled{0};
   std::atomic<unsigned long> m_reportLimit{0};
   std::atomic<bool> m_enabledSet{false};
@@ -152,7 +169,9 @@ public:
   KWLeakGuard(const KWLeakGuard&) = delete;
   KWLeakGuard& operator=(const KWLeakGuard&) = delete;
 
+  /// Forwards to KWLeakGuardHandler::ResetHistory.
   static long ResetHistory(bool report);
+  /// Forwards to KWLeakGuardHandler::OverridePreference.
   static void OverridePreference(const std::optional<icu::UnicodeString>& group,
                                  const std::optional<icu::UnicodeString>& key, unsigned value);
 
@@ -186,7 +205,8 @@ VTCORE_EXTERN_C_END
 namespace vtcore {
 /// Switches the leak guard on or off, overriding VTCORE_LEAK_GUARD. Switching
 /// on takes effect at the next scope opening; switching off stops new scopes
-/// from opening (installed hooks stay, tracking the scopes still open).
+/// from opening (installed hooks stay, tracking the scopes still open until
+/// they close).
 VTCORE_EXPORT void setLeakGuardEnabled(bool enabled);
 /// Whether the guard is switched on (reads VTCORE_LEAK_GUARD the first time).
 VTCORE_EXPORT bool leakGuardEnabled();

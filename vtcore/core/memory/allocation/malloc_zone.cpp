@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -25,9 +26,36 @@ VTCORE_HOOK_CODE void vtcoreSystemFree(KWMallocZone*, void* block) noexcept {
 
 namespace {
 
+#if !defined(VTCORE_NO_MALLOC_INTERPOSE)
+// The library answers malloc_usable_size through the zone too (so that a
+// hook can keep bytes of its own out of it), and glibc exports its own under
+// no other name: it is found after this library in lookup order, once, at
+// load time (dlsym may allocate; no hook is installed that early).
+using UsableSize = size_t (*)(void*);
+constinit std::atomic<UsableSize> libcUsableSize{nullptr};
+
+UsableSize resolveLibcUsableSize() noexcept {
+  auto found = reinterpret_cast<UsableSize>(dlsym(RTLD_NEXT, "malloc_usable_size"));
+  if (found == static_cast<UsableSize>(malloc_usable_size))
+    found = nullptr; // never call ourselves
+  libcUsableSize.store(found, std::memory_order_relaxed);
+  return found;
+}
+[[maybe_unused]] const UsableSize resolvedAtLoad = resolveLibcUsableSize();
+
+VTCORE_HOOK_CODE size_t systemSize(KWMallocZone*, const void* block) {
+  if (!block)
+    return 0;
+  UsableSize usableSize = libcUsableSize.load(std::memory_order_relaxed);
+  if (!usableSize) [[unlikely]]
+    usableSize = resolveLibcUsableSize(); // asked before this library's initialisers ran
+  return usableSize ? usableSize(const_cast<void*>(block)) : 0;
+}
+#else
 VTCORE_HOOK_CODE size_t systemSize(KWMallocZone*, const void* block) {
   return block ? malloc_usable_size(const_cast<void*>(block)) : 0;
 }
+#endif
 constexpr auto systemMalloc = vtcoreSystemMalloc;
 VTCORE_HOOK_CODE void* systemCalloc(KWMallocZone*, size_t count, size_t size) {
   return VTCORE_SYSTEM(calloc)(count, size);
@@ -79,6 +107,21 @@ void unlockTable() noexcept {
   tableWriter.clear(std::memory_order_release);
 }
 
+// The registered pass-through pairs. Written and read only with tableWriter
+// held.
+constexpr int kMaxPassThroughPairs = 4;
+constinit vtcore::MallocZonePassThrough passThroughPairs[kMaxPassThroughPairs]{};
+
+// The registered pair whose hooks are `malloc` and `free` and which passes
+// through now, if any. Called with tableWriter held.
+[[maybe_unused]] const vtcore::MallocZonePassThrough*
+passThroughPair(void* (*malloc)(KWMallocZone*, size_t), void (*free)(KWMallocZone*, void*)) {
+  for (const auto& pair : passThroughPairs)
+    if (pair.malloc && pair.malloc == malloc && pair.free == free && pair.passesThrough())
+      return &pair;
+  return nullptr;
+}
+
 } // namespace
 
 #if !defined(VTCORE_NO_MALLOC_INTERPOSE)
@@ -86,14 +129,14 @@ namespace {
 
 // The malloc family does not test the table on every call: each function
 // goes through one pointer with the C function's own signature, derived from
-// the table (and the memory reserve's state) whenever either changes. With
-// nothing installed the pointer is the C library's entry itself, so an
+// the table (and the registered pass-through pairs) whenever either changes.
+// With nothing installed the pointer is the C library's entry itself, so an
 // allocation costs one extra jump. Anything installed goes through the table
-// with the zone, except the memory reserve while its hooks would only pass
-// calls on to the C library (level 0, nothing saved but the zone's own
-// entries): then free goes straight to glibc and malloc calls glibc and hands
-// only a failure to the reserve. That keeps an entered reserve close to the
-// cost of no hooks at all.
+// with the zone, except a pair of hooks whose client declares that, as
+// things stand, it would only pass calls on to the C library (the memory
+// reserve at level 0): then free goes straight to glibc and malloc calls
+// glibc and hands only a failure to the client. That keeps such a pair close
+// to the cost of no hooks at all.
 VTCORE_HOOK_CODE void* zoneMalloc(size_t size) noexcept {
   return defaultZone.malloc.load(std::memory_order_relaxed)(&defaultZone, size);
 }
@@ -109,10 +152,19 @@ VTCORE_HOOK_CODE void* zoneRealloc(void* block, size_t size) noexcept {
 VTCORE_HOOK_CODE void zoneFree(void* block) noexcept {
   defaultZone.free.load(std::memory_order_relaxed)(&defaultZone, block);
 }
-VTCORE_HOOK_CODE void* reserveMalloc(size_t size) noexcept {
+
+VTCORE_HOOK_CODE void* noFailureHandler(size_t) noexcept {
+  return nullptr;
+}
+// The failure handler of the pair the malloc family bypasses. Set before the
+// dispatch that uses it and never taken back, so a thread that still sees an
+// older dispatch finds a handler that belongs to a registered pair.
+constinit std::atomic<void* (*)(size_t) noexcept> passThroughFailed{noFailureHandler};
+
+VTCORE_HOOK_CODE void* passThroughMalloc(size_t size) noexcept {
   if (void* block = __libc_malloc(size)) [[likely]]
     return block;
-  return vtcoreReserveMallocFailed(size);
+  return passThroughFailed.load(std::memory_order_relaxed)(size);
 }
 
 constinit std::atomic<void* (*)(size_t)> dispatchMalloc{__libc_malloc};
@@ -129,15 +181,16 @@ void updateDispatch() noexcept {
   const auto valloc = defaultZone.valloc.load(relaxed);
   const auto realloc = defaultZone.realloc.load(relaxed);
   const auto free = defaultZone.free.load(relaxed);
-  const bool reserveDirect = malloc == vtcoreReserveMallocHook && free == vtcoreReserveFreeHook &&
-                             vtcoreReservePassesThrough();
+  const vtcore::MallocZonePassThrough* direct = passThroughPair(malloc, free);
+  if (direct)
+    passThroughFailed.store(direct->mallocFailed, std::memory_order_release);
   // Free first, for the same reason the table's free goes in first.
-  dispatchFree.store(free == systemFree || reserveDirect ? __libc_free : zoneFree,
+  dispatchFree.store(free == systemFree || direct ? __libc_free : zoneFree,
                      std::memory_order_release);
   dispatchRealloc.store(realloc == systemRealloc ? __libc_realloc : zoneRealloc,
                         std::memory_order_release);
   dispatchMalloc.store(malloc == systemMalloc ? __libc_malloc
-                       : reserveDirect        ? reserveMalloc
+                       : direct               ? passThroughMalloc
                                               : zoneMalloc,
                        std::memory_order_release);
   dispatchCalloc.store(calloc == systemCalloc ? __libc_calloc : zoneCalloc,
@@ -152,14 +205,14 @@ void updateDispatch() noexcept {
 // themselves.
 extern "C" {
 
-// The reserve's path is inlined and laid out straight, and malloc keeps no
+// The pass-through path is inlined and laid out straight, and malloc keeps no
 // frame pointer: each jump and each frame instruction is measurable against
 // glibc's own few dozen. Every other path leaves by a tail jump with the
 // stack as it found it, so call chains recorded by hooks stay whole.
 VTCORE_EXPORT VTCORE_HOOK_CODE VTCORE_NO_FRAME_POINTER void* malloc(size_t size) noexcept {
   const auto entry = dispatchMalloc.load(std::memory_order_relaxed);
-  if (entry == reserveMalloc) [[likely]]
-    return reserveMalloc(size);
+  if (entry == passThroughMalloc) [[likely]]
+    return passThroughMalloc(size);
   return entry(size);
 }
 VTCORE_EXPORT VTCORE_HOOK_CODE void* calloc(size_t count, size_t size) noexcept {
@@ -173,6 +226,11 @@ VTCORE_EXPORT VTCORE_HOOK_CODE void* realloc(void* block, size_t size) noexcept 
 }
 VTCORE_EXPORT VTCORE_HOOK_CODE void free(void* block) noexcept {
   dispatchFree.load(std::memory_order_relaxed)(block);
+}
+// Through the table's block-size query: a hook may keep bytes of its own out
+// of what the caller may use.
+VTCORE_EXPORT VTCORE_HOOK_CODE size_t malloc_usable_size(void* block) noexcept {
+  return defaultZone.size.load(std::memory_order_relaxed)(&defaultZone, block);
 }
 
 } // extern "C"
@@ -231,13 +289,37 @@ bool mallocZoneInterposed() {
 #endif
 }
 
-namespace detail {
+bool addMallocZonePassThrough(const MallocZonePassThrough& pair) {
+  if (!pair.malloc || !pair.free || !pair.passesThrough || !pair.mallocFailed)
+    return false;
+  lockTable();
+  MallocZonePassThrough* slot = nullptr;
+  for (auto& registered : passThroughPairs)
+    if (registered.malloc == pair.malloc && registered.free == pair.free) {
+      slot = &registered;
+      break;
+    }
+  if (!slot)
+    for (auto& registered : passThroughPairs)
+      if (!registered.malloc) {
+        slot = &registered;
+        break;
+      }
+  if (slot) {
+    *slot = pair;
+    updateDispatch();
+  }
+  unlockTable();
+  return slot != nullptr;
+}
 
-void refreshMallocDispatch() noexcept {
+void mallocZonePassThroughChanged() noexcept {
   lockTable();
   updateDispatch();
   unlockTable();
 }
+
+namespace detail {
 
 HookReentrancyGuard::HookReentrancyGuard() {
   ++hookDepth;

@@ -1,8 +1,9 @@
 // The allocator zone: the table of entry points through which every malloc,
 // calloc, valloc, realloc and free of the process passes.
 //
-// The core library defines malloc, calloc, valloc, realloc and free; each
-// behaves as a call through the default zone's table, which starts out
+// The core library defines malloc, calloc, valloc, realloc, free and
+// malloc_usable_size (the table's block-size query); each behaves as a call
+// through the default zone's table, which starts out
 // pointing at the C library's own allocator. (Each actually jumps through a
 // pointer derived from the table when it is written, so that an untouched
 // table costs one jump; hooks only take effect through
@@ -30,12 +31,12 @@ typedef struct KWMallocZone KWMallocZone;
 /// arguments of the C function it stands for; `size` is the block-size query
 /// (the usable size of an allocated block, 0 for null).
 typedef struct KWMallocZoneFunctions {
-  size_t (*size)(KWMallocZone* zone, const void* block);
-  void* (*malloc)(KWMallocZone* zone, size_t size);
-  void* (*calloc)(KWMallocZone* zone, size_t count, size_t size);
-  void* (*valloc)(KWMallocZone* zone, size_t size);
-  void (*free)(KWMallocZone* zone, void* block);
-  void* (*realloc)(KWMallocZone* zone, void* block, size_t size);
+  size_t (*size)(KWMallocZone* zone, const void* block);          ///< block-size query
+  void* (*malloc)(KWMallocZone* zone, size_t size);               ///< malloc
+  void* (*calloc)(KWMallocZone* zone, size_t count, size_t size); ///< calloc
+  void* (*valloc)(KWMallocZone* zone, size_t size);               ///< valloc (page-aligned)
+  void (*free)(KWMallocZone* zone, void* block);                  ///< free
+  void* (*realloc)(KWMallocZone* zone, void* block, size_t size); ///< realloc
 } KWMallocZoneFunctions;
 
 #ifdef __cplusplus
@@ -64,6 +65,33 @@ VTCORE_EXPORT KWMallocZoneFunctions systemMallocZoneFunctions();
 /// True when this build of the library defines the process's malloc family,
 /// so that hooks installed in the zone see every allocation.
 VTCORE_EXPORT bool mallocZoneInterposed();
+
+/// What a client of the zone says about a pair of its hooks: whenever the
+/// zone's malloc and free are exactly `malloc` and `free` and
+/// `passesThrough()` answers true, the pair does nothing but call the C
+/// library's malloc and free, except that a malloc the C library fails is
+/// handed to `mallocFailed` (whose result the caller gets). The malloc family
+/// then calls the C library itself, without going through the pair, and
+/// calls `mallocFailed` only for failures. `passesThrough` is asked whenever
+/// the zone's entries change and after mallocZonePassThroughChanged(); it
+/// must not allocate, lock or throw. All four entries are required.
+struct MallocZonePassThrough {
+  void* (*malloc)(KWMallocZone* zone, size_t size);
+  void (*free)(KWMallocZone* zone, void* block);
+  bool (*passesThrough)() noexcept;
+  void* (*mallocFailed)(size_t size) noexcept;
+};
+
+/// Registers a pass-through pair for the rest of the process (up to four
+/// pairs; registering the same pair again replaces the other two entries).
+/// Returns false, changing nothing, for a missing entry or when four other
+/// pairs are registered. Only a client's own hooks should be registered:
+/// the zone trusts the declaration.
+VTCORE_EXPORT bool addMallocZonePassThrough(const MallocZonePassThrough& pair);
+
+/// Tells the zone that the answer of a registered pair's passesThrough() may
+/// have changed. Never allocates or throws: callable from inside hooks.
+VTCORE_EXPORT void mallocZonePassThroughChanged() noexcept;
 
 namespace detail {
 

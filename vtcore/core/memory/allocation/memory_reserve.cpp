@@ -1,9 +1,11 @@
 #include <vtcore/core/memory/allocation/detail/hook_code.h>
 #include <vtcore/core/memory/allocation/memory_reserve.h>
+#include <vtcore/core/platform/available_memory.h>
 #include <vtcore/core/platform/user_defaults.h>
 
 #include <climits>
 #include <cstdlib>
+#include <unistd.h>
 
 #if defined(VTCORE_MEMORY_RESERVE_ON_64BIT) || UINTPTR_MAX == 0xffffffffu
 #define VTCORE_RESERVE_ACTIVE 1
@@ -133,6 +135,24 @@ void* standardMalloc(size_t size) {
   return std::malloc(size);
 }
 
+// Reserve blocks are committed memory: every page is written once, so that
+// giving a block back returns memory Linux really backed, not address space
+// it merely lent. A block that does not fit what the system can give is not
+// taken (touching it could bring the out-of-memory killer instead of a
+// failed allocation), which counts as a failed allocation.
+VTCORE_HOOK_CODE void* allocateCommitted(Allocate allocate, size_t size) {
+  if (!vtcore::availableMemoryFits(size))
+    return nullptr;
+  void* block = allocate(size);
+  if (!block)
+    return nullptr;
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  auto* bytes = static_cast<volatile unsigned char*>(block);
+  for (size_t offset = 0; offset < size; offset += page)
+    bytes[offset] = 0;
+  return block;
+}
+
 // Tries the reserve as 1 block, then 2, 4, 8 and 16 equal blocks; a failed
 // attempt gives its blocks back before the next. After a total failure the
 // divide stands at 32 with entry 0 null.
@@ -144,7 +164,7 @@ VTCORE_HOOK_CODE void splitAllocate(Allocate allocate, Release release) {
     if (divide > 16)
       break;
     for (std::int32_t i = 0; i < divide; ++i) {
-      void* block = allocate(widen(total / divide));
+      void* block = allocateCommitted(allocate, widen(total / divide));
       g_aptrKWMemReservePtr[i].store(block, relaxed);
       if (!block) {
         for (std::int32_t j = i - 1; j >= 0; --j)
@@ -172,11 +192,11 @@ VTCORE_HOOK_CODE void notify() {
 }
 
 // Monitoring decides whether the malloc family may bypass the hooks (see
-// vtcoreReservePassesThrough), so every change of it is passed on to the zone.
+// passesThrough below), so every change of it is passed on to the zone.
 VTCORE_HOOK_CODE void setUsageMonitoring(std::uint8_t on) {
   g_bKWMemReserveUsageMonitoring.store(on, relaxed);
 #if defined(VTCORE_BUILDING_CORE)
-  vtcore::detail::refreshMallocDispatch();
+  vtcore::mallocZonePassThroughChanged();
 #endif
 }
 
@@ -226,12 +246,15 @@ void* KWMemoryReserveEnter(KWMemoryReserveCallback callback, void* userValue) {
   } else {
     g_iKWMemReserveCurDivide.store(1, relaxed);
     g_aptrKWMemReservePtr[0].store(
-        std::malloc(widen(megabytes(g_iKWMemReserveBlockSize.load(relaxed)))), relaxed);
+        allocateCommitted(standardMalloc, widen(megabytes(g_iKWMemReserveBlockSize.load(relaxed)))),
+        relaxed);
     vtcore::detail::writeToStandardError("KWMemReserve: allocating in Arbor mode\n");
   }
   if (g_aptrKWMemReservePtr[0].load(relaxed))
     g_ptrKWMemReserveFinalPtr.store(
-        std::malloc(widen(megabytes(g_iKWMemReserveFinalBlockSize.load(relaxed)))), relaxed);
+        allocateCommitted(standardMalloc,
+                          widen(megabytes(g_iKWMemReserveFinalBlockSize.load(relaxed)))),
+        relaxed);
 
   // The hooks go in even without a reserve: failed allocations then simply
   // retry once.
@@ -307,7 +330,9 @@ void probeFailed() {
 int KWMemoryReserveTestAvailableMemory(size_t size, size_t minFragment) {
   if (!g_ptrKWMemReserveFinalPtr.load(relaxed))
     return 1;
-  if (size < minFragment) {
+  // Linux lends address space it may never back: the size must also fit
+  // what the system can really give, in whatever fragments.
+  if (size < minFragment || !vtcore::availableMemoryFits(size)) {
     probeFailed();
     return 0;
   }
@@ -425,7 +450,8 @@ VTCORE_HOOK_CODE void KWMemoryReserveFreeOverride(KWMallocZone* zone, void* ptr)
   } else {
     g_iKWMemReserveCurDivide.store(1, relaxed);
     g_aptrKWMemReservePtr[0].store(
-        savedMalloc(widen(megabytes(g_iKWMemReserveBlockSize.load(relaxed)))), relaxed);
+        allocateCommitted(savedMalloc, widen(megabytes(g_iKWMemReserveBlockSize.load(relaxed)))),
+        relaxed);
     vtcore::detail::writeToStandardError("KWMemReserve: allocating in Arbor mode\n");
   }
   // The way back leaves the change marker alone (only releases set it) and
@@ -439,23 +465,36 @@ VTCORE_HOOK_CODE void KWMemoryReserveFreeOverride(KWMallocZone* zone, void* ptr)
 }
 
 #if defined(VTCORE_BUILDING_CORE)
+// The library's own malloc and free hooks under hidden names: a program that
+// builds its own copy of the reserve (as the reserve's tests do) interposes
+// the exported names, and its hooks must not be taken for these.
 extern "C" {
-VTCORE_HOOK_CODE bool vtcoreReservePassesThrough() noexcept {
+void* vtcoreReserveMallocHook(KWMallocZone*, size_t) noexcept
+    __attribute__((visibility("hidden"), alias("KWMemoryReserveMallocOverride")));
+void vtcoreReserveFreeHook(KWMallocZone*, void*) noexcept
+    __attribute__((visibility("hidden"), alias("KWMemoryReserveFreeOverride")));
+}
+
+namespace {
+
+// The hooks do no more than call the C library while nothing is monitored
+// and the entries they saved are the zone's own.
+VTCORE_HOOK_CODE bool passesThrough() noexcept {
   return !g_bKWMemReserveUsageMonitoring.load(relaxed) &&
          g_tKWMemReserveSystemZone.malloc == vtcoreSystemMalloc &&
          g_tKWMemReserveSystemZone.free == vtcoreSystemFree;
 }
-VTCORE_HOOK_CODE void* vtcoreReserveMallocFailed(size_t size) noexcept {
+
+// A failed allocation while bypassed: the release step, then the one retry.
+VTCORE_HOOK_CODE void* mallocFailed(size_t size) noexcept {
   KWMallocZone* zone = vtcore::defaultMallocZone();
   KWMemoryReserveHandleLowMemorySituation(zone, size);
   return savedMalloc(zone, size);
 }
-}
-#endif
 
-extern "C" {
-void* vtcoreReserveMallocHook(KWMallocZone*, size_t) noexcept
-    __attribute__((alias("KWMemoryReserveMallocOverride")));
-void vtcoreReserveFreeHook(KWMallocZone*, void*) noexcept
-    __attribute__((alias("KWMemoryReserveFreeOverride")));
-}
+// Registered at library load, before anything can install the hooks.
+[[maybe_unused]] const bool passThroughRegistered = vtcore::addMallocZonePassThrough(
+    {vtcoreReserveMallocHook, vtcoreReserveFreeHook, passesThrough, mallocFailed});
+
+} // namespace
+#endif

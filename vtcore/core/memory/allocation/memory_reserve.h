@@ -17,6 +17,13 @@
 // "FinalBlockSize", "MemAvailSize", "MemAvailFragment" and "Verbose", read at
 // the first Enter of the process only.
 //
+// Reserve blocks are committed memory: each page is written once when a block
+// is taken, so that giving it back returns real memory on Linux, where
+// untouched pages cost nothing and free nothing. The reserve therefore costs
+// BlockSize + FinalBlockSize megabytes of resident memory while held (600 MB
+// with the defaults), and a block that does not fit what the system can
+// really give (platform/available_memory.h) counts as not allocated.
+//
 // Nothing here locks: Enter and Exit belong to one thread (application start
 // and end); the hooks run on every allocating thread over plain counters.
 #pragma once
@@ -83,8 +90,10 @@ VTCORE_EXPORT int KWMemoryReserveDidProbingFail(int reset);
 /// `minFragment` bytes (1 yes, 0 no): tries 1 block of `size`, then 2 of
 /// half, 4 of a quarter, ... through the zone's saved malloc, giving every
 /// block back at once. Answers 1 without probing when no final block is held
-/// (no reserve in force). `size` below `minFragment` fails without
-/// allocating; a `minFragment` of 0 can never fail. Each failure is counted.
+/// (no reserve in force). `size` below `minFragment`, or more than the
+/// system can really give (vtcore::availableMemoryFits), fails without
+/// allocating; otherwise a `minFragment` of 0 can never fail. Each failure is
+/// counted.
 VTCORE_EXPORT int KWMemoryReserveTestAvailableMemory(size_t size, size_t minFragment);
 
 /// Makes the next free seen by the hooks while monitoring try to take the

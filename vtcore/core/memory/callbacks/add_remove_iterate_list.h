@@ -24,12 +24,15 @@
 /// the object at the head of the list all go.
 class VTCORE_EXPORT CAddRemoveIterateList {
 public:
+  /// A callback: called with its object and Iterate()'s message and argument.
   using Function = void (*)(void* object, unsigned message, void* argument);
 
+  /// One entry of the list, or one queued request (a removal has the
+  /// function RemoveMark).
   struct SEntry {
-    SEntry* next;
-    void* object;
-    Function function;
+    SEntry* next;      ///< the next entry, null at the end
+    void* object;      ///< the object the function is called on
+    Function function; ///< the callback
   };
 
   CAddRemoveIterateList() = default;

@@ -1,4 +1,5 @@
 #include <vtcore/core/memory/lowmemory/low_memory_notification_center.h>
+#include <vtcore/core/platform/available_memory.h>
 #include <vtcore/core/platform/notification_center.h>
 #include <vtcore/core/platform/user_defaults.h>
 
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <new>
 #include <optional>
+#include <unistd.h>
 
 namespace {
 
@@ -17,6 +19,24 @@ void* (*volatile probeAllocate)(std::size_t) = std::malloc;
 void (*volatile probeFree)(void*) = std::free;
 
 constexpr unsigned long kDefaultMinAvailMemoryThreshold = 104857600; // 100 MiB
+
+// The reserve block is committed memory: every page is written once, so
+// that giving the block back returns real memory and not just address space
+// Linux never backed. A block that does not fit what the system can give is
+// not taken at all (touching it could wake the out-of-memory killer rather
+// than fail).
+void* allocateCommitted(unsigned long size) {
+  if (!vtcore::availableMemoryFits(size))
+    return nullptr;
+  void* block = std::malloc(size);
+  if (!block)
+    return nullptr;
+  const auto page = static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
+  auto* bytes = static_cast<volatile unsigned char*>(block);
+  for (unsigned long offset = 0; offset < size; offset += page)
+    bytes[offset] = 0;
+  return block;
+}
 
 // The integer under `key`, when the key holds a valid integer: a number, a
 // boolean, or a text that is a whole decimal number.
@@ -70,7 +90,7 @@ bool LowMemoryNotificationCenter::InitializeLMNotificationCenter() {
   s_ulMinAvailMemoryThreshold.store(threshold, std::memory_order_relaxed);
   if (reserve == 0 || threshold == 0)
     return false;
-  void* block = std::malloc(reserve);
+  void* block = allocateCommitted(reserve);
   if (!block)
     return false;
   // A block left by an earlier attempt that failed later on is replaced.
@@ -104,6 +124,10 @@ void LowMemoryNotificationCenter::ShutdownLMNotificationCenter() {
 }
 
 bool LowMemoryNotificationCenter::CheckMemory(unsigned long size) {
+  // Linux lends address space it may never back: the size must also fit
+  // what the system can really give.
+  if (!vtcore::availableMemoryFits(size))
+    return false;
   void* block = probeAllocate(size);
   if (!block)
     return false;
@@ -123,7 +147,7 @@ bool LowMemoryNotificationCenter::LeaveCriticalOperation() {
   if (!s_bInitialized.load(std::memory_order_relaxed))
     return true;
   if (!s_ptrReserve.load()) {
-    if (void* block = std::malloc(s_ulReserveSize.load(std::memory_order_relaxed))) {
+    if (void* block = allocateCommitted(s_ulReserveSize.load(std::memory_order_relaxed))) {
       void* expected = nullptr;
       // Another thread may have put one back first: keep one block only.
       if (!s_ptrReserve.compare_exchange_strong(expected, block))

@@ -33,6 +33,14 @@
 ///
 /// EnterCriticalOperation, LeaveCriticalOperation and the reserve release
 /// take no lock and may be called on any thread. No messages are written.
+///
+/// On Linux an allocation of untouched pages succeeds almost whatever is
+/// left, so a size counts as available only when it can be allocated and
+/// also fits what the system can really give (vtcore::readAvailableMemory:
+/// MemAvailable, the memory cgroup's limit, RLIMIT_AS and RLIMIT_DATA). The
+/// reserve block is committed: its pages are written once when it is taken,
+/// so it costs "LowMemoryReserve" bytes of resident memory while held, and
+/// giving it back frees real memory.
 class VTCORE_EXPORT LowMemoryNotificationCenter {
 public:
   /// An observer: called with its context, the level and the size needed;
@@ -44,8 +52,9 @@ public:
 
   /// An observer with its context; equal when both are equal.
   struct Observer {
-    ObserverFunction function;
-    void* context;
+    ObserverFunction function; ///< called at each level of an escalation
+    void* context;             ///< passed to `function` as it is
+    /// Same function and same context.
     friend bool operator==(const Observer&, const Observer&) = default;
   };
 
@@ -58,15 +67,18 @@ public:
   /// Sets the centre up from the preferences and allocates the reserve
   /// block. True when on (also when already on); false when a preference
   /// gives 0 (the default for "LowMemoryReserve") or the reserve block or the
-  /// lock cannot be made.
+  /// lock cannot be made (a block larger than the system can really give
+  /// cannot).
   static bool InitializeLMNotificationCenter();
+  /// Whether the centre is on (initialised and not shut down).
   static bool IsLMNotificationCenterInitialized();
   /// Frees the reserve block and switches the centre off. Keeps the
   /// observers, the critical-operation count and the critical-failure mark
   /// for a later initialisation. Does nothing when off.
   static void ShutdownLMNotificationCenter();
 
-  /// Whether `size` bytes can be allocated now (allocates and frees them).
+  /// Whether `size` bytes can be had now: they fit what the system can
+  /// really give (see above) and can be allocated (allocates and frees them).
   /// Works whether the centre is on or off; calls no observer.
   static bool CheckMemory(unsigned long size);
 

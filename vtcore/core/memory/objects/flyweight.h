@@ -55,6 +55,8 @@ public:
   /// first, so it is destroyed. Otherwise an ordinary release.
   void release() override;
 
+  /// Whether the flyweight leaves the pool by itself when only the pool
+  /// holds it (see release()).
   bool willAutoRemoveFromPool() const {
     return m_autoRemoveFromPool.load(std::memory_order_relaxed);
   }

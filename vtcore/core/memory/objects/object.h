@@ -49,6 +49,8 @@ public:
   Class(const Class&) = delete;
   Class& operator=(const Class&) = delete;
 
+  /// The name the class is registered under ("<name>#2" for a second class
+  /// of the same name).
   const std::string& name() const noexcept { return m_name; }
   /// The superclass, or null for the root class.
   const Class* superclass() const noexcept { return m_superclass; }
@@ -153,19 +155,26 @@ private:
 template <typename T>
 class Ref {
 public:
+  ///@{
+  /// An empty handle.
   Ref() = default;
   Ref(std::nullptr_t) {}
+  ///@}
+  /// Another reference to the same object (retained).
   Ref(const Ref& other) : m_object(other.m_object) {
     if (m_object)
       m_object->retain();
   }
+  /// Takes over `other`'s reference, leaving it empty.
   Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+  /// Takes over the reference of a handle to a derived class.
   template <typename U>
   requires std::is_convertible_v<U*, T*> Ref(Ref<U> other) : m_object(other.detach()) {}
   ~Ref() {
     if (m_object)
       m_object->release();
   }
+  /// Holds `other`'s object instead, releasing the one held before.
   Ref& operator=(Ref other) noexcept {
     std::swap(m_object, other.m_object);
     return *this;
@@ -184,13 +193,18 @@ public:
     return adopt(object);
   }
 
+  ///@{
+  /// The object, or null; the handle keeps its reference.
   T* get() const noexcept { return m_object; }
   T* operator->() const noexcept { return m_object; }
   T& operator*() const noexcept { return *m_object; }
+  ///@}
+  /// Whether the handle holds an object.
   explicit operator bool() const noexcept { return m_object != nullptr; }
   /// Gives the reference back to the caller, leaving the handle empty.
   T* detach() noexcept { return std::exchange(m_object, nullptr); }
 
+  /// Whether both hold the same object (or both are empty).
   friend bool operator==(const Ref& a, const Ref& b) { return a.m_object == b.m_object; }
 
 private:

@@ -30,6 +30,8 @@ public:
   /// initialisation); may return null.
   using Creator = KWSingleton* (*)();
 
+  /// Registers the class `name` below `superclass`; `creator` makes its
+  /// instance.
   KWSingletonClass(std::string name, const vtcore::Class* superclass, Creator creator);
 
   /// The one instance, made and registered with the collector on the first
@@ -44,12 +46,14 @@ public:
   /// fresh one. Nothing to do without one.
   void releaseSharedInstance();
 
+  ///@{
   /// The storage of the one instance, which the subclass provides (see
   /// KW_SINGLETON). The base versions raise KWException "ESSingleton" with
   /// the reason "+singleton not implemented" / "+setSingleton: not
   /// implemented".
   virtual KWSingleton* singleton() const;
   virtual void setSingleton(KWSingleton* instance);
+  ///@}
 
 private:
   Creator m_creator;
@@ -57,11 +61,12 @@ private:
 
 /// Base of the classes that have exactly one instance. Reference counting is
 /// switched off for singletons: retain, release and autorelease change
-/// nothing, copy returns the receiver and the retain count always reads
-/// 4294967295. Instances end only by releaseSharedInstance() of their class
+/// nothing, copy returns the receiver and the retain count always reads as
+/// UINT32_MAX (4294967295). Instances end only by releaseSharedInstance() of their class
 /// or releaseAllSingletons().
 class VTCORE_EXPORT KWSingleton : public vtcore::Object {
 public:
+  /// The class object of KWSingleton.
   static KWSingletonClass& classObject();
   const vtcore::Class& objectClass() const override { return classObject(); }
 

@@ -19,6 +19,8 @@ bool processorHas(const char* feature) noexcept {
     return __builtin_cpu_supports("avx2");
   if (name == "ssse3")
     return __builtin_cpu_supports("ssse3");
+  if (name == "avx")
+    return __builtin_cpu_supports("avx") && __builtin_cpu_supports("ssse3");
   if (name == "pclmul")
     return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
   // The 512-bit kernels use byte-granular masks (BW), 128/256-bit forms of
@@ -50,6 +52,8 @@ bool dataCodePathAvailable(DataCodePath path) noexcept {
     return processorHas("ssse3");
   case DataCodePath::AVX512:
     return processorHas("avx512");
+  case DataCodePath::AVX:
+    return processorHas("avx");
   }
   return false;
 }
@@ -77,6 +81,8 @@ DataCodePath dataCodePath() noexcept {
       best = DataCodePath::AVX512;
     else if (dataCodePathAvailable(DataCodePath::AVX2))
       best = DataCodePath::AVX2;
+    else if (dataCodePathAvailable(DataCodePath::AVX))
+      best = DataCodePath::AVX;
     else if (dataCodePathAvailable(DataCodePath::SSSE3))
       best = DataCodePath::SSSE3;
     path = static_cast<int>(best);
@@ -121,6 +127,8 @@ const char* dataCodePathName(DataCodePath path) noexcept {
     return "ssse3";
   case DataCodePath::AVX512:
     return "avx512";
+  case DataCodePath::AVX:
+    return "avx";
   case DataCodePath::Portable:
     break;
   }

@@ -18,6 +18,9 @@ enum class DataCodePath {
   SSSE3,    ///< 128-bit byte shuffles and conversions (x86-64 with SSSE3)
   AVX512,   ///< 512-bit, with mask registers and byte permutes (AVX-512 F, BW,
             ///< VL and VBMI)
+  AVX,      ///< the SSSE3 loops VEX-encoded (x86-64 with AVX; the choice where
+            ///< AVX2 is missing), so that they keep their speed after code that
+            ///< left the upper halves of the vector registers dirty
 };
 
 /// Ways of computing CRC-32; all give identical results.
@@ -35,7 +38,7 @@ VTCORE_EXPORT bool dataCodePathAvailable(DataCodePath path) noexcept;
 VTCORE_EXPORT bool crc32MethodAvailable(Crc32Method method) noexcept;
 
 /// The path in use: the fastest available unless another was set (AVX512,
-/// then AVX2, SSSE3, Portable; CarrylessFold512, then CarrylessFold256,
+/// then AVX2, AVX, SSSE3, Portable; CarrylessFold512, then CarrylessFold256,
 /// CarrylessFold, Slicing16).
 VTCORE_EXPORT DataCodePath dataCodePath() noexcept;
 VTCORE_EXPORT Crc32Method crc32Method() noexcept;
@@ -46,7 +49,7 @@ VTCORE_EXPORT Crc32Method crc32Method() noexcept;
 VTCORE_EXPORT bool setDataCodePath(DataCodePath path) noexcept;
 VTCORE_EXPORT bool setCrc32Method(Crc32Method method) noexcept;
 
-/// Short lower-case names ("portable", "avx2", "ssse3", "avx512", "reference",
+/// Short lower-case names ("portable", "avx2", "ssse3", "avx512", "avx", "reference",
 /// "slicing16", "carryless-fold", "carryless-fold-256", "carryless-fold-512")
 /// for reports.
 VTCORE_EXPORT const char* dataCodePathName(DataCodePath path) noexcept;

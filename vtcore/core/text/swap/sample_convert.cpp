@@ -366,117 +366,17 @@ VTCORE_AVX512_TARGET std::size_t floatsToIntegersAvx512(unsigned char* dst, cons
 #pragma GCC diagnostic pop
 #endif
 
-// The same loops on 128-bit registers, for processors without AVX2.
-template <int Width, bool Little, bool Unsigned>
-__attribute__((target("ssse3"))) std::size_t
-integersToFloatsSsse3(float* dst, const unsigned char* src, std::size_t count) {
-  std::size_t i = 0;
-  if constexpr (Width == 1) {
-    const __m128 scale = _mm_set1_ps(1.0f / 128.0f);
-    const __m128i bias = _mm_set1_epi8(static_cast<char>(0x80));
-    for (; i + 8 <= count; i += 8) {
-      __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src + i));
-      if constexpr (Unsigned)
-        v = _mm_xor_si128(v, bias);
-      // Each byte into the top of a 16-bit, then of a 32-bit lane; the
-      // arithmetic shift sign-extends it.
-      const __m128i words = _mm_unpacklo_epi8(v, v);
-      const __m128i low = _mm_srai_epi32(_mm_unpacklo_epi16(words, words), 24);
-      const __m128i high = _mm_srai_epi32(_mm_unpackhi_epi16(words, words), 24);
-      _mm_storeu_ps(dst + i, _mm_mul_ps(_mm_cvtepi32_ps(low), scale));
-      _mm_storeu_ps(dst + i + 4, _mm_mul_ps(_mm_cvtepi32_ps(high), scale));
-    }
-  } else if constexpr (Width == 2) {
-    const __m128 scale = _mm_set1_ps(1.0f / 32768.0f);
-    const __m128i swap = _mm_load_si128(reinterpret_cast<const __m128i*>(kSwap16));
-    for (; i + 8 <= count; i += 8) {
-      __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * i));
-      if constexpr (!Little)
-        v = _mm_shuffle_epi8(v, swap);
-      const __m128i low = _mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16);
-      const __m128i high = _mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16);
-      _mm_storeu_ps(dst + i, _mm_mul_ps(_mm_cvtepi32_ps(low), scale));
-      _mm_storeu_ps(dst + i + 4, _mm_mul_ps(_mm_cvtepi32_ps(high), scale));
-    }
-  } else if constexpr (Width == 3) {
-    const __m128 scale = _mm_set1_ps(0x1p-23f);
-    const __m128i widen =
-        _mm_load_si128(reinterpret_cast<const __m128i*>(Little ? kWiden24Little : kWiden24Big));
-    // Reads 16 bytes for 12: keep two samples of slack at the end.
-    for (; i + 6 <= count; i += 4) {
-      __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 3 * i));
-      v = _mm_srai_epi32(_mm_shuffle_epi8(v, widen), 8);
-      _mm_storeu_ps(dst + i, _mm_mul_ps(_mm_cvtepi32_ps(v), scale));
-    }
-  } else {
-    const __m128 scale = _mm_set1_ps(0x1p-23f);
-    const __m128i swap = _mm_load_si128(reinterpret_cast<const __m128i*>(kSwap32x2));
-    for (; i + 4 <= count; i += 4) {
-      __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 4 * i));
-      if constexpr (!Little)
-        v = _mm_shuffle_epi8(v, swap);
-      v = _mm_srai_epi32(v, 8);
-      _mm_storeu_ps(dst + i, _mm_mul_ps(_mm_cvtepi32_ps(v), scale));
-    }
-  }
-  return i;
-}
+namespace legacy {
+#define VTCORE_KERNEL128_TARGET __attribute__((target("ssse3")))
+#include <vtcore/core/text/swap/detail/convert_kernels128.inc>
+#undef VTCORE_KERNEL128_TARGET
+} // namespace legacy
 
-inline __m128i floatsToIntegers32Sse2(__m128 x) {
-  const __m128 magnitude = _mm_and_ps(x, _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF)));
-  const __m128i clip = _mm_castps_si128(_mm_cmpnlt_ps(magnitude, _mm_set1_ps(1.0f)));
-  const __m128i m = _mm_cvttps_epi32(_mm_mul_ps(magnitude, _mm_set1_ps(2147483648.0f)));
-  const __m128i clipped =
-      _mm_or_si128(_mm_and_si128(clip, _mm_set1_epi32(0x7FFFFF00)), _mm_andnot_si128(clip, m));
-  const __m128i sign = _mm_srai_epi32(_mm_castps_si128(x), 31);
-  return _mm_sub_epi32(_mm_xor_si128(clipped, sign), sign);
-}
-
-template <int Width, bool Little, bool Unsigned>
-__attribute__((target("ssse3"))) std::size_t
-floatsToIntegersSsse3(unsigned char* dst, const float* src, std::size_t count) {
-  std::size_t i = 0;
-  if constexpr (Width == 1) {
-    const __m128i bias = _mm_set1_epi8(static_cast<char>(0x80));
-    for (; i + 8 <= count; i += 8) {
-      const __m128i a = _mm_srai_epi32(floatsToIntegers32Sse2(_mm_loadu_ps(src + i)), 24);
-      const __m128i b = _mm_srai_epi32(floatsToIntegers32Sse2(_mm_loadu_ps(src + i + 4)), 24);
-      const __m128i words = _mm_packs_epi32(a, b);
-      __m128i bytes = _mm_packs_epi16(words, words);
-      if constexpr (Unsigned)
-        bytes = _mm_xor_si128(bytes, bias);
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(dst + i), bytes);
-    }
-  } else if constexpr (Width == 2) {
-    const __m128i swap = _mm_load_si128(reinterpret_cast<const __m128i*>(kSwap16));
-    for (; i + 8 <= count; i += 8) {
-      const __m128i a = _mm_srai_epi32(floatsToIntegers32Sse2(_mm_loadu_ps(src + i)), 16);
-      const __m128i b = _mm_srai_epi32(floatsToIntegers32Sse2(_mm_loadu_ps(src + i + 4)), 16);
-      __m128i words = _mm_packs_epi32(a, b);
-      if constexpr (!Little)
-        words = _mm_shuffle_epi8(words, swap);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 2 * i), words);
-    }
-  } else if constexpr (Width == 3) {
-    const __m128i narrow =
-        _mm_load_si128(reinterpret_cast<const __m128i*>(Little ? kNarrow24Little : kNarrow24Big));
-    // Writes 16 bytes for 12; the next step (or the scalar tail) overwrites
-    // the extra bytes, so keep two samples of slack at the end.
-    for (; i + 6 <= count; i += 4) {
-      const __m128i r = _mm_shuffle_epi8(floatsToIntegers32Sse2(_mm_loadu_ps(src + i)), narrow);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 3 * i), r);
-    }
-  } else {
-    const __m128i swap = _mm_load_si128(reinterpret_cast<const __m128i*>(kSwap32x2));
-    for (; i + 4 <= count; i += 4) {
-      __m128i r = floatsToIntegers32Sse2(_mm_loadu_ps(src + i));
-      if constexpr (!Little)
-        r = _mm_shuffle_epi8(r, swap);
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 4 * i), r);
-    }
-  }
-  return i;
-}
+namespace vex {
+#define VTCORE_KERNEL128_TARGET __attribute__((target("avx")))
+#include <vtcore/core/text/swap/detail/convert_kernels128.inc>
+#undef VTCORE_KERNEL128_TARGET
+} // namespace vex
 #endif
 
 vtcore::DataCodePath codePath() {
@@ -505,8 +405,10 @@ struct IntegerFormat {
       return integersToFloatsAvx512<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::AVX2:
       return integersToFloatsAvx2<Width, Little, Unsigned>(dst, src, count);
+    case vtcore::DataCodePath::AVX:
+      return vex::integersToFloats<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::SSSE3:
-      return integersToFloatsSsse3<Width, Little, Unsigned>(dst, src, count);
+      return legacy::integersToFloats<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::Portable:
       break;
     }
@@ -521,8 +423,10 @@ struct IntegerFormat {
       return floatsToIntegersAvx512<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::AVX2:
       return floatsToIntegersAvx2<Width, Little, Unsigned>(dst, src, count);
+    case vtcore::DataCodePath::AVX:
+      return vex::floatsToIntegers<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::SSSE3:
-      return floatsToIntegersSsse3<Width, Little, Unsigned>(dst, src, count);
+      return legacy::floatsToIntegers<Width, Little, Unsigned>(dst, src, count);
     case vtcore::DataCodePath::Portable:
       break;
     }

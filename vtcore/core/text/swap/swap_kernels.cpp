@@ -241,56 +241,17 @@ VTCORE_AVX512_TARGET void flipAvx512(unsigned char* p, std::size_t count) noexce
 #pragma GCC diagnostic pop
 #endif
 
-template <int Width>
-__attribute__((target("ssse3"))) void reverseSsse3(unsigned char* dst, const unsigned char* src,
-                                                   std::size_t count) noexcept {
-  const unsigned char* maskBytes = Width == 2 ? kReverse2 : Width == 4 ? kReverse4 : kReverse8;
-  const __m128i mask = _mm_load_si128(reinterpret_cast<const __m128i*>(maskBytes));
-  const std::size_t bytes = count * Width;
-  std::size_t i = 0;
-  for (; i + 64 <= bytes; i += 64) {
-    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-    __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 16));
-    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 32));
-    __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + 48));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_shuffle_epi8(a, mask));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i + 16), _mm_shuffle_epi8(b, mask));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i + 32), _mm_shuffle_epi8(c, mask));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i + 48), _mm_shuffle_epi8(d, mask));
-  }
-  for (; i + 16 <= bytes; i += 16) {
-    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_shuffle_epi8(a, mask));
-  }
-  for (; i < bytes; i += Width)
-    reverseOne<Width>(dst + i, src + i);
-}
+namespace legacy {
+#define VTCORE_KERNEL128_TARGET __attribute__((target("ssse3")))
+#include <vtcore/core/text/swap/detail/swap_kernels128.inc>
+#undef VTCORE_KERNEL128_TARGET
+} // namespace legacy
 
-__attribute__((target("ssse3"))) void reverse24Ssse3(unsigned char* p, std::size_t count) noexcept {
-  auto mask = [](int r, int s) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(kSwap24.mask[r][s]));
-  };
-  const __m128i m00 = mask(0, 0), m01 = mask(0, 1), m10 = mask(1, 0), m11 = mask(1, 1),
-                m12 = mask(1, 2), m21 = mask(2, 1), m22 = mask(2, 2);
-  std::size_t i = 0;
-  for (; i + 16 <= count; i += 16, p += 48) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
-    const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p),
-                     _mm_or_si128(_mm_shuffle_epi8(a, m00), _mm_shuffle_epi8(b, m01)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16),
-                     _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, m10), _mm_shuffle_epi8(b, m11)),
-                                  _mm_shuffle_epi8(c, m12)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 32),
-                     _mm_or_si128(_mm_shuffle_epi8(b, m21), _mm_shuffle_epi8(c, m22)));
-  }
-  for (; i < count; ++i, p += 3) {
-    const unsigned char first = p[0];
-    p[0] = p[2];
-    p[2] = first;
-  }
-}
+namespace vex {
+#define VTCORE_KERNEL128_TARGET __attribute__((target("avx")))
+#include <vtcore/core/text/swap/detail/swap_kernels128.inc>
+#undef VTCORE_KERNEL128_TARGET
+} // namespace vex
 #endif
 
 bool useAvx512() noexcept {
@@ -317,6 +278,14 @@ bool useSsse3() noexcept {
 #endif
 }
 
+bool useAvx() noexcept {
+#ifdef VTCORE_HAVE_X86_KERNELS
+  return dataCodePath() == DataCodePath::AVX;
+#else
+  return false;
+#endif
+}
+
 template <int Width>
 void reverseDispatch(unsigned char* dst, const unsigned char* src, std::size_t count) noexcept {
 #ifdef VTCORE_HAVE_X86_KERNELS
@@ -324,8 +293,10 @@ void reverseDispatch(unsigned char* dst, const unsigned char* src, std::size_t c
     return reverseAvx512<Width>(dst, src, count);
   if (useAvx2())
     return reverseAvx2<Width>(dst, src, count);
+  if (useAvx())
+    return vex::reverse<Width>(dst, src, count);
   if (useSsse3())
-    return reverseSsse3<Width>(dst, src, count);
+    return legacy::reverse<Width>(dst, src, count);
 #endif
   reversePortable<Width>(dst, src, count);
 }
@@ -354,8 +325,10 @@ void reverse24(void* samples, std::size_t count) noexcept {
     return reverse24Avx512(p, count);
   if (useAvx2())
     return reverse24Avx2(p, count);
+  if (useAvx())
+    return vex::reverse24(p, count);
   if (useSsse3())
-    return reverse24Ssse3(p, count);
+    return legacy::reverse24(p, count);
 #endif
   // Unrolled by four samples: the 3-byte stride defeats the byte shuffles of
   // the other widths, and the loop stays short enough to be memory-bound.
@@ -381,6 +354,10 @@ void flipSignBit8(void* bytes, std::size_t count) noexcept {
     return flipAvx512(p, count);
   if (useAvx2())
     return flipAvx2(p, count);
+  if (useAvx())
+    return vex::flip(p, count);
+  if (useSsse3())
+    return legacy::flip(p, count);
 #endif
   std::size_t i = 0;
   for (; i + 8 <= count; i += 8) {

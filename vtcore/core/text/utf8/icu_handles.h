@@ -9,6 +9,7 @@ namespace vtcore {
 
 /// Closes an ICU converter; for `std::unique_ptr`.
 struct IcuConverterCloser {
+  /// Closes `converter` (null is allowed).
   void operator()(UConverter* converter) const noexcept { ucnv_close(converter); }
 };
 

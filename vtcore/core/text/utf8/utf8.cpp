@@ -64,41 +64,42 @@ std::size_t wholeCharacterLength(const Byte* p) {
   return static_cast<std::size_t>(length);
 }
 
-// Returns the first byte in [p, end) that is 0x80 or above, or `end`. Reads
-// only inside the range: the strings' length is always known first, so the
-// vector loads never touch bytes after the terminator.
-const Byte* skipAscii(const Byte* p, const Byte* end) {
 #if defined(__x86_64__)
-  while (end - p >= 64) {
-    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
-    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
-    __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
-    if (_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) != 0)
-      break;
-    p += 64;
-  }
-  while (end - p >= 16) {
-    int mask = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-    if (mask != 0)
-      return p + __builtin_ctz(static_cast<unsigned>(mask));
-    p += 16;
-  }
-#else
-  while (end - p >= 8) {
-    std::uint64_t word;
-    std::memcpy(&word, p, sizeof word);
-    if ((word & 0x8080808080808080ULL) != 0)
-      break;
-    p += 8;
-  }
-#endif
-  while (p < end && *p < 0x80)
-    ++p;
-  return p;
+namespace legacy {
+#define VTCORE_ASCII_TARGET
+#include <vtcore/core/text/utf8/detail/utf8_ascii.inc>
+#undef VTCORE_ASCII_TARGET
+} // namespace legacy
+
+namespace vex {
+#define VTCORE_ASCII_TARGET __attribute__((target("avx")))
+#include <vtcore/core/text/utf8/detail/utf8_ascii.inc>
+#undef VTCORE_ASCII_TARGET
+} // namespace vex
+
+// The ASCII skips of the byte rules, as types: each rule is compiled once per
+// encoding and chooses it once per string rather than once per ASCII run.
+struct LegacyAscii {
+  static const Byte* skip(const Byte* p, const Byte* end) { return legacy::skipAscii(p, end); }
+};
+struct VexAscii {
+  static const Byte* skip(const Byte* p, const Byte* end) { return vex::skipAscii(p, end); }
+};
+
+bool vexEncodedPath() {
+  const vtcore::DataCodePath path = vtcore::dataCodePath();
+  return path == vtcore::DataCodePath::AVX || path == vtcore::DataCodePath::AVX2 ||
+         path == vtcore::DataCodePath::AVX512;
 }
 
-#if defined(__x86_64__)
+// Runs `rule` with the ASCII skip that matches the code path in use: the
+// paths that need AVX keep every vector instruction VEX-encoded, the others
+// keep legacy SSE2, which every x86-64 processor has.
+template <class Rule>
+auto withAsciiSkip(Rule rule) {
+  return vexEncodedPath() ? rule(VexAscii{}) : rule(LegacyAscii{});
+}
+
 // Whether [p, p + n) holds no byte of 0x80 or above, 128 bytes a step: the
 // whole-string ASCII test wants to run at the speed of strlen.
 __attribute__((target("avx2"))) bool allAsciiAvx2(const Byte* p, std::size_t n) {
@@ -112,18 +113,48 @@ __attribute__((target("avx2"))) bool allAsciiAvx2(const Byte* p, std::size_t n) 
       return false;
     p += 128;
   }
-  return skipAscii(p, end) == end;
+  return vex::skipAscii(p, end) == end;
 }
-#endif
 
 bool allAscii(const Byte* p, std::size_t n) {
-#if defined(__x86_64__)
-  static const bool haveAvx2 = __builtin_cpu_supports("avx2");
-  if (haveAvx2)
+  switch (vtcore::dataCodePath()) {
+  case vtcore::DataCodePath::AVX512:
+  case vtcore::DataCodePath::AVX2:
     return allAsciiAvx2(p, n);
-#endif
-  return skipAscii(p, p + n) == p + n;
+  case vtcore::DataCodePath::AVX:
+    return vex::skipAscii(p, p + n) == p + n;
+  case vtcore::DataCodePath::SSSE3:
+  case vtcore::DataCodePath::Portable:
+    break;
+  }
+  return legacy::skipAscii(p, p + n) == p + n;
 }
+#else
+// Returns the first byte in [p, end) that is 0x80 or above, or `end`.
+struct PortableAscii {
+  static const Byte* skip(const Byte* p, const Byte* end) {
+    while (end - p >= 8) {
+      std::uint64_t word;
+      std::memcpy(&word, p, sizeof word);
+      if ((word & 0x8080808080808080ULL) != 0)
+        break;
+      p += 8;
+    }
+    while (p < end && *p < 0x80)
+      ++p;
+    return p;
+  }
+};
+
+template <class Rule>
+auto withAsciiSkip(Rule rule) {
+  return rule(PortableAscii{});
+}
+
+bool allAscii(const Byte* p, std::size_t n) {
+  return PortableAscii::skip(p, p + n) == p + n;
+}
+#endif
 
 // The validation rule over [p, end), starting in the given state: the index
 // where the current sequence must end, and whether a sequence is open. ASCII
@@ -131,13 +162,14 @@ bool allAscii(const Byte* p, std::size_t n) {
 // sequence ended, and then leaves the state "no sequence open, next sequence
 // starts after it", so a run changes the state exactly as its bytes would one
 // by one.
+template <class Ascii>
 int checkBytesFrom(const Byte* p, const Byte* end, const Byte* expectedEnd, bool inSequence) {
   while (p < end) {
     Byte b = *p;
     if (b < 0x80) {
       if (p != expectedEnd)
         return 0;
-      p = skipAscii(p + 1, end);
+      p = Ascii::skip(p + 1, end);
       expectedEnd = p;
       inSequence = false;
       continue;
@@ -164,17 +196,19 @@ int checkBytesFrom(const Byte* p, const Byte* end, const Byte* expectedEnd, bool
   return expectedEnd == end ? 1 : 0;
 }
 
+template <class Ascii>
 int checkBytes(const Byte* s, std::size_t length) {
-  return checkBytesFrom(s, s + length, s, false);
+  return checkBytesFrom<Ascii>(s, s + length, s, false);
 }
 
 // The stepping rule over [p, end): the number of characters before the walk
 // ends.
+template <class Ascii>
 std::size_t countCharacters(const Byte* p, const Byte* const end) {
   std::size_t count = 0;
   while (p < end) {
     if (*p < 0x80) {
-      const Byte* runEnd = skipAscii(p + 1, end);
+      const Byte* runEnd = Ascii::skip(p + 1, end);
       count += static_cast<std::size_t>(runEnd - p);
       p = runEnd;
       continue;
@@ -230,109 +264,15 @@ std::uint64_t owedAfter(const Byte* block) {
 
 namespace sse {
 #define VTCORE_SCAN_TARGET __attribute__((target("ssse3")))
-
-struct Block {
-  __m128i part[4];
-};
-
-VTCORE_SCAN_TARGET VTCORE_SCAN_OUTSIDE_STRING inline Block loadBlock(const Byte* p) {
-  const auto* v = reinterpret_cast<const __m128i*>(p);
-  return {{_mm_load_si128(v), _mm_load_si128(v + 1), _mm_load_si128(v + 2), _mm_load_si128(v + 3)}};
-}
-
-template <class Test>
-VTCORE_SCAN_TARGET inline std::uint64_t maskOf(const Block& b, Test test) {
-  std::uint64_t mask = 0;
-  for (int i = 0; i < 4; ++i)
-    mask |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(test(b.part[i]))))
-            << (16 * i);
-  return mask;
-}
-
-VTCORE_SCAN_TARGET inline __m128i isAtLeast(__m128i v, Byte least) {
-  return _mm_cmpeq_epi8(_mm_max_epu8(v, _mm_set1_epi8(static_cast<char>(least))), v);
-}
-
-VTCORE_SCAN_TARGET inline std::uint64_t zeroMask(const Block& b) {
-  return maskOf(b, [](__m128i v) { return _mm_cmpeq_epi8(v, _mm_setzero_si128()); });
-}
-VTCORE_SCAN_TARGET inline std::uint64_t highMask(const Block& b) {
-  return maskOf(b, [](__m128i v) { return v; });
-}
-VTCORE_SCAN_TARGET inline std::uint64_t atLeast(const Block& b, Byte least) {
-  return maskOf(b, [least](__m128i v) { return isAtLeast(v, least); });
-}
-VTCORE_SCAN_TARGET inline std::uint64_t notStepLead(const Block& b) {
-  return maskOf(b, [](__m128i v) {
-    const __m128i c0c1 = _mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xFE))),
-                                        _mm_set1_epi8(static_cast<char>(0xC0)));
-    return _mm_or_si128(c0c1, isAtLeast(v, 0xF5));
-  });
-}
-
-// The bytes of a 16-byte piece that break the structure or are zero, given
-// the piece before it.
-// Non-zero where the byte `previous` stands for is `least` or above.
-VTCORE_SCAN_TARGET inline __m128i owed(__m128i previous, Byte least) {
-  return _mm_subs_epu8(previous, _mm_set1_epi8(static_cast<char>(least - 1)));
-}
-
-template <ScanRule Rule>
-VTCORE_SCAN_TARGET inline __m128i pieceProblems(__m128i before, __m128i v) {
-  const __m128i owing = _mm_or_si128(_mm_or_si128(owed(_mm_alignr_epi8(v, before, 15), 0xC0),
-                                                  owed(_mm_alignr_epi8(v, before, 14), 0xE0)),
-                                     owed(_mm_alignr_epi8(v, before, 13), 0xF0));
-  const __m128i continuation = _mm_cmplt_epi8(v, _mm_set1_epi8(-64));
-  // Wrong where "is a continuation byte" equals "owes none".
-  const __m128i wrong = _mm_cmpeq_epi8(continuation, _mm_cmpeq_epi8(owing, _mm_setzero_si128()));
-  const __m128i odd =
-      Rule == ScanRule::Validation
-          ? isAtLeast(v, 0xF8)
-          : _mm_or_si128(isAtLeast(v, 0xF5),
-                         _mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xFE))),
-                                        _mm_set1_epi8(static_cast<char>(0xC0))));
-  return _mm_or_si128(_mm_or_si128(wrong, odd), _mm_cmpeq_epi8(v, _mm_setzero_si128()));
-}
-
-template <ScanRule Rule>
-VTCORE_SCAN_TARGET inline bool blockPasses(const Block& previous, const Block& current) {
-  __m128i problems = pieceProblems<Rule>(previous.part[3], current.part[0]);
-  for (int i = 1; i < 4; ++i)
-    problems = _mm_or_si128(problems, pieceProblems<Rule>(current.part[i - 1], current.part[i]));
-  return _mm_movemask_epi8(problems) == 0;
-}
-
-// Continuation bytes counted per byte lane, added up before a lane can wrap.
-class ContinuationCounter {
-public:
-  VTCORE_SCAN_TARGET ContinuationCounter()
-      : m_lanes(_mm_setzero_si128()), m_total(_mm_setzero_si128()) {}
-  VTCORE_SCAN_TARGET void add(const Block& b) {
-    for (int i = 0; i < 4; ++i)
-      m_lanes = _mm_sub_epi8(m_lanes, _mm_cmplt_epi8(b.part[i], _mm_set1_epi8(-64)));
-    if (++m_blocks == 63)
-      flush();
-  }
-  VTCORE_SCAN_TARGET std::size_t drain() {
-    flush();
-    return static_cast<std::size_t>(_mm_cvtsi128_si64(m_total)) +
-           static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(m_total, m_total)));
-  }
-
-private:
-  VTCORE_SCAN_TARGET void flush() {
-    m_total = _mm_add_epi64(m_total, _mm_sad_epu8(m_lanes, _mm_setzero_si128()));
-    m_lanes = _mm_setzero_si128();
-    m_blocks = 0;
-  }
-  __m128i m_lanes;
-  __m128i m_total;
-  int m_blocks = 0;
-};
-
-#include <vtcore/core/text/utf8/detail/utf8_scan.inc>
+#include <vtcore/core/text/utf8/detail/utf8_scan128.inc>
 #undef VTCORE_SCAN_TARGET
 } // namespace sse
+
+namespace vex128 {
+#define VTCORE_SCAN_TARGET __attribute__((target("avx")))
+#include <vtcore/core/text/utf8/detail/utf8_scan128.inc>
+#undef VTCORE_SCAN_TARGET
+} // namespace vex128
 
 namespace avx2 {
 #define VTCORE_SCAN_TARGET __attribute__((target("avx2")))
@@ -551,6 +491,8 @@ std::optional<ScanEnd> scanByPath(const Byte* s) {
     return avx512::scanStructure<Rule>(s);
   case vtcore::DataCodePath::AVX2:
     return avx2::scanStructure<Rule>(s);
+  case vtcore::DataCodePath::AVX:
+    return vex128::scanStructure<Rule>(s);
   case vtcore::DataCodePath::SSSE3:
     return sse::scanStructure<Rule>(s);
   case vtcore::DataCodePath::Portable:
@@ -642,14 +584,18 @@ int utf8_check(const char* s) {
     return 0;
   const Byte* const start = bytes(s);
   const std::optional<ScanEnd> scanned = scanByPath<ScanRule::Validation>(start);
-  if (!scanned)
-    return checkBytes(start, std::strlen(s));
-  if (scanned->complete)
+  if (scanned && scanned->complete)
     return 1;
-  // What the scan passed was valid and closed its last character at `at`.
-  const Byte* at = scanned->at;
-  const bool inSequence = at > start && at[-1] >= 0x80;
-  return checkBytesFrom(at, at + std::strlen(reinterpret_cast<const char*>(at)), at, inSequence);
+  return withAsciiSkip([&](auto ascii) {
+    using Ascii = decltype(ascii);
+    if (!scanned)
+      return checkBytes<Ascii>(start, std::strlen(s));
+    // What the scan passed was valid and closed its last character at `at`.
+    const Byte* at = scanned->at;
+    const bool inSequence = at > start && at[-1] >= 0x80;
+    return checkBytesFrom<Ascii>(at, at + std::strlen(reinterpret_cast<const char*>(at)), at,
+                                 inSequence);
+  });
 }
 
 int utf8_check_no_assertion(const char* s) {
@@ -710,13 +656,16 @@ size_t utf8_strlen(const char* s) {
     return 0;
   const Byte* const start = bytes(s);
   const std::optional<ScanEnd> scanned = scanByPath<ScanRule::Counting>(start);
-  if (!scanned)
-    return countCharacters(start, start + std::strlen(s));
-  const Byte* at = scanned->at;
-  const std::size_t count = static_cast<std::size_t>(at - start) - scanned->continuations;
-  if (scanned->complete)
-    return count;
-  return count + countCharacters(at, at + std::strlen(reinterpret_cast<const char*>(at)));
+  if (scanned && scanned->complete)
+    return static_cast<std::size_t>(scanned->at - start) - scanned->continuations;
+  return withAsciiSkip([&](auto ascii) {
+    using Ascii = decltype(ascii);
+    if (!scanned)
+      return countCharacters<Ascii>(start, start + std::strlen(s));
+    const Byte* at = scanned->at;
+    const std::size_t count = static_cast<std::size_t>(at - start) - scanned->continuations;
+    return count + countCharacters<Ascii>(at, at + std::strlen(reinterpret_cast<const char*>(at)));
+  });
 }
 
 const char* utf8_strchr(const char* s, int c) {

@@ -23,9 +23,12 @@ namespace vtcore {
 class VTCORE_UI_EXPORT Delegate {
 public:
   Delegate() : m_life(std::make_shared<char>()) {}
-  // A copy is a different delegate with a life of its own.
+  /// A copy is a different delegate with a life of its own; assignment
+  /// keeps the receiver's.
+  ///@{
   Delegate(const Delegate&) : Delegate() {}
   Delegate& operator=(const Delegate&) { return *this; }
+  ///@}
   virtual ~Delegate() = default;
 
   /// Expires when this delegate is destroyed.
@@ -42,6 +45,8 @@ template <class T>
 class DelegatePointer {
 public:
   DelegatePointer() = default;
+  /// Points at `delegate` (may be null) until it is destroyed.
+  ///@{
   DelegatePointer(T* delegate) { *this = delegate; }
   DelegatePointer& operator=(T* delegate) {
     m_delegate = delegate;
@@ -49,10 +54,14 @@ public:
                       : std::weak_ptr<const void>();
     return *this;
   }
+  ///@}
 
+  ///@{
   /// The delegate, or null when none was set or it has been destroyed.
   T* get() const { return m_life.expired() ? nullptr : m_delegate; }
   T* operator->() const { return get(); }
+  ///@}
+  /// Whether a delegate is set and alive.
   explicit operator bool() const { return get() != nullptr; }
 
 private:

@@ -41,10 +41,14 @@ VTCORE_UI_EXPORT bool sendAction(QObject* target, const char* action, QObject* s
 class VTCORE_UI_EXPORT TargetAction {
 public:
   TargetAction() = default;
+  /// Sends `action` (a method signature, normalised here) to `target`.
   TargetAction(QObject* target, const char* action);
 
+  ///@{
+  /// The target; null when none is set or it has been destroyed.
   QObject* target() const { return m_target.data(); }
   void setTarget(QObject* target) { m_target = target; }
+  ///@}
 
   /// The normalised signature; empty when none is set.
   const QByteArray& action() const { return m_action; }

@@ -44,9 +44,11 @@ public:
   KwTimerProxy(QObject* target, const char* selector, QVariant userInfo, KwTimer* owner);
   ~KwTimerProxy() override;
 
+  /// The target; null once it has been destroyed.
   QObject* target() const { return m_action.target(); }
   /// The normalised action signature.
   const QByteArray& selector() const { return m_action.action(); }
+  /// The user information given at creation.
   const QVariant& userInfo() const { return m_userInfo; }
 
 public Q_SLOTS:
@@ -62,6 +64,7 @@ private:
   QPointer<KwTimer> m_owner;
 };
 
+/// The library's restartable timer; see the top of this file.
 class VTCORE_UI_EXPORT KwTimer : public QObject {
   Q_OBJECT
 public:
@@ -94,6 +97,7 @@ public:
   bool isActive() const;
   /// The same as isActive().
   bool isValid() const { return isActive(); }
+  /// Whether the timer runs again after each firing.
   bool isRepeating() const { return m_repeats; }
   /// The interval given at creation, in seconds.
   double timeInterval() const { return m_interval; }

@@ -25,6 +25,7 @@ public:
                                   QObject* parent = nullptr);
   ~ValueFormatterDelegate() override;
 
+  /// The formatter in use; null when none is set.
   const std::shared_ptr<const ValueFormatter>& formatter() const { return m_formatter; }
   /// Replaces the formatter (null: none). Views show the change when they
   /// next repaint; so does a change of the formatter's own settings.

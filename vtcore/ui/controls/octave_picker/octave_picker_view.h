@@ -27,14 +27,17 @@ namespace vtcore {
 /// A stretch of keys: the first key and the number of keys, both counted in
 /// white keys from the left end of the keyboard.
 struct KeyRange {
-  std::size_t location = 0;
-  std::size_t length = 0;
+  std::size_t location = 0; ///< the first key
+  std::size_t length = 0;   ///< the number of keys
 
+  /// Same location and same length.
   friend bool operator==(const KeyRange&, const KeyRange&) = default;
 };
 
 } // namespace vtcore
 
+/// A piano keyboard with a range marker the user moves; see the top of this
+/// file.
 class VTCORE_UI_EXPORT DfOctavePickerView : public QWidget {
   Q_OBJECT
   // What a form (Qt Designer, uic, QUiLoader) sets.
@@ -88,24 +91,32 @@ public:
   /// location; otherwise as setKeyRange().
   void setKeyRangeLength(int length);
 
+  ///@{
   /// The object told about moves; not owned, and forgotten when destroyed.
   QObject* target() const { return m_targetAction.target(); }
   void setTarget(QObject* target) { m_targetAction.setTarget(target); }
+  ///@}
+  ///@{
   /// The action: the signature of a slot or Q_INVOKABLE method of the target
   /// that takes the view, such as "octaveChanged(DfOctavePickerView*)" (see
   /// target_action.h). Null clears it. Sent only when both target and action
   /// are set and the target responds to it.
   QByteArray action() const { return m_targetAction.action(); }
   void setAction(const char* action) { m_targetAction.setAction(action); }
+  ///@}
 
+  ///@{
   /// The snap, in white keys, for clicks outside the marker; 7 (an octave) by
   /// default. Values of 1 or less mean no snapping.
   int clickRaster() const { return m_clickRaster; }
   void setClickRaster(int raster) { m_clickRaster = raster; }
+  ///@}
+  ///@{
   /// The snap, in white keys, for drags; 1 by default. Values of 1 or less
   /// mean no snapping.
   int dragRaster() const { return m_dragRaster; }
   void setDragRaster(int raster) { m_dragRaster = raster; }
+  ///@}
 
   /// The width of one white key in points: the keyboard picture's width over
   /// its number of white keys (0 when the picture could not be loaded).
@@ -132,6 +143,7 @@ public:
   /// handler, deleteLater is still the safe way in Qt).
   void setKeyRangeForMouseEvent(const QMouseEvent* event, int raster);
 
+  ///@{
   /// The host's event answers. Qt has no counterpart for asking a view about
   /// window ordering or window dragging; these functions keep the answers
   /// for code that asks, and the view behaves accordingly: it never takes
@@ -141,7 +153,9 @@ public:
   bool acceptsFirstMouse(const QMouseEvent*) const { return true; }
   bool shouldDelayWindowOrderingForEvent(const QMouseEvent*) const { return true; }
   bool mouseDownCanMoveWindow() const { return false; }
+  ///@}
 
+  /// The size of the background image: the view keeps that size.
   QSize sizeHint() const override;
 
 Q_SIGNALS:
@@ -151,6 +165,7 @@ Q_SIGNALS:
   void keyRangeMoved(DfOctavePickerView* view);
 
 protected:
+  /// Draws the keyboard and the marker over it.
   void paintEvent(QPaintEvent* event) override;
   /// Left button only: grabs the marker, or jumps it to the click.
   void mousePressEvent(QMouseEvent* event) override;

@@ -39,7 +39,9 @@ class VTAccessorySplitter;
 /// The notifications of a container, each optional.
 class VTCORE_UI_EXPORT VTAccessoryContainerViewDelegate : public vtcore::Delegate {
 public:
+  /// A slide or an animated resize is about to move the edge.
   virtual void accessoryContainerViewWillBeginAnimation(VTAccessoryContainerView* container);
+  /// That slide or resize has ended.
   virtual void accessoryContainerViewDidEndAnimation(VTAccessoryContainerView* container);
   /// A drag of the splitter has started to move the edge.
   virtual void accessoryContainerViewWillStartUserResize(VTAccessoryContainerView* container);
@@ -47,6 +49,8 @@ public:
   virtual void accessoryContainerViewDidEndUserResize(VTAccessoryContainerView* container);
 };
 
+/// A view holding a main view and a panel that slides in and out beside it;
+/// see the top of this file.
 class VTCORE_UI_EXPORT VTAccessoryContainerView : public QWidget,
                                                   public vtcore::AutoresizingView,
                                                   private VTAccesoryViewAnimationDelegate {
@@ -70,6 +74,7 @@ public:
   /// hierarchy is deleted, as the container's children are.
   ~VTAccessoryContainerView() override;
 
+  ///@{
   /// The main view and the panel. A view that is not a child of the
   /// container is made one (keeping its frame). Once both are set the
   /// container calls awakeFromNib(); setting one again calls it again.
@@ -78,6 +83,7 @@ public:
   void setSlideView(QWidget* view);
   QWidget* mainView() const { return m_mainView.data(); }
   QWidget* slideView() const { return m_slideView.data(); }
+  ///@}
   /// Hands both views to the animation and lets it read the side and the
   /// shown size from their frames. Nothing moves. Without both views,
   /// requests still change the state as usual, but nothing moves and the
@@ -89,13 +95,17 @@ public:
   /// Drives `slave`'s animation together with this one (not owned; null
   /// clears). Call setIsSlave(true) on the slave as well.
   void setSlave(VTAccessoryContainerView* slave);
+  /// Marks this container's animation as driven by another's.
   void setIsSlave(bool isSlave) { m_animation->setIsSlave(isSlave); }
 
+  ///@{
   /// The delegate (not owned; null once destroyed).
   VTAccessoryContainerViewDelegate* delegate() const { return m_delegate.get(); }
   void setDelegate(VTAccessoryContainerViewDelegate* delegate) { m_delegate = delegate; }
+  ///@}
 
-  // Forwarded to the animation unchanged; see VTAccesoryViewAnimation.
+  ///@{
+  /// Forwarded to the animation unchanged; see VTAccesoryViewAnimation.
   void slideInWithAnimation(bool animate) { m_animation->slideInWithAnimation(animate); }
   void slideOutWithAnimation(bool animate) { m_animation->slideOutWithAnimation(animate); }
   void toggleWithAnimation(bool animate) { m_animation->toggleWithAnimation(animate); }
@@ -157,6 +167,7 @@ public:
   void setOptimizationDelegate(QObject* delegate) {
     m_animation->setOptimizationDelegate(delegate);
   }
+  ///@}
 
   // What the splitter sends.
 
@@ -186,6 +197,7 @@ public:
   void adoptViewsFromChildren();
 
 protected:
+  /// Lays out the children by their masks (resizeSubviewsWithOldSize()).
   void resizeEvent(QResizeEvent* event) override;
   bool event(QEvent* event) override;
 

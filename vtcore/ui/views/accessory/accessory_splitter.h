@@ -33,14 +33,18 @@
 
 class VTAccessoryContainerView;
 
+/// The drag handle on the edge of an accessory container; see the top of
+/// this file.
 class VTCORE_UI_EXPORT VTAccessorySplitter : public DfBorderView {
   Q_OBJECT
 public:
+  /// A handle that drives no container yet.
   explicit VTAccessorySplitter(QWidget* parent = nullptr);
   /// Ends a drag in progress: the override cursor is taken down and the
   /// containers that moved hear accessorySplitterDidEndResize().
   ~VTAccessorySplitter() override;
 
+  ///@{
   /// The containers it drives (not owned; null once destroyed).
   VTAccessoryContainerView* splitView() const { return m_splitView.data(); }
   void setSplitView(VTAccessoryContainerView* container);
@@ -48,6 +52,7 @@ public:
   void setHorizontalSplitView(VTAccessoryContainerView* container);
   VTAccessoryContainerView* verticalSplitView() const { return m_verticalSplitView.data(); }
   void setVerticalSplitView(VTAccessoryContainerView* container);
+  ///@}
 
   /// Whether both horizontalSplitView and verticalSplitView are set.
   bool drivesTwoContainers() const;
@@ -73,10 +78,14 @@ protected:
                                                  bool hMinimumReached, bool hMaximumReached,
                                                  bool vMinimumReached, bool vMaximumReached);
 
+  ///@{
+  /// A drag of the handle: grab, move the edge by the distance from the
+  /// grab, let go; entering the handle sets its cursor.
   void mousePressEvent(QMouseEvent* event) override;
   void mouseMoveEvent(QMouseEvent* event) override;
   void mouseReleaseEvent(QMouseEvent* event) override;
   void enterEvent(QEnterEvent* event) override;
+  ///@}
 
 private:
   void endDrag();

@@ -50,9 +50,13 @@ public:
   virtual void accessoryViewAnimationDidEndAnimation(VTAccesoryViewAnimation* animation);
 };
 
+/// Slides a panel (the slide view) in and out beside a main view by moving
+/// their shared edge; see the top of this file.
 class VTCORE_UI_EXPORT VTAccesoryViewAnimation : public VTAnimation {
   Q_OBJECT
 public:
+  /// Where the panel is: shown, coming in, going out, hidden, or being
+  /// resized by an animated setSlideSize().
   enum State { SlidedIn = 0, SlidingIn = 1, SlidingOut = 2, SlidedOut = 3, Resizing = 4 };
 
   /// An animation of views in `rootView` (not owned), with no views yet,
@@ -64,13 +68,16 @@ public:
   /// whose former parent is gone is deleted, as nothing else owns it.
   ~VTAccesoryViewAnimation() override;
 
+  /// The view the animated views live in (not owned; null once deleted).
   QWidget* rootView() const { return m_rootView.data(); }
+  ///@{
   /// The views (not owned; null once deleted). Setting them does not read
   /// the frames: call resetProperties() once both are set.
   void setMainView(QWidget* view) { m_mainView = view; }
   void setSlideView(QWidget* view) { m_slideView = view; }
   QWidget* mainView() const { return m_mainView.data(); }
   QWidget* slideView() const { return m_slideView.data(); }
+  ///@}
 
   /// Reads the alignment and the shown size from the two frames (in their
   /// parent's coordinates): the slide view is left of the main view (1) when
@@ -90,14 +97,18 @@ public:
   void slideOut(QObject* sender = nullptr);
   /// slideOut() when slided in, slideIn() when slided out, else nothing.
   void toggle(QObject* sender = nullptr);
+  ///@{
   /// The same three, jumping to the end in a single frame.
   void swapIn(QObject* sender = nullptr);
   void swapOut(QObject* sender = nullptr);
   void swapToggle(QObject* sender = nullptr);
+  ///@}
+  ///@{
   /// The sliding form for `animate` true, the swap form for false.
   void slideInWithAnimation(bool animate);
   void slideOutWithAnimation(bool animate);
   void toggleWithAnimation(bool animate);
+  ///@}
   /// When slided out: takes `size` as the shown size and slides in (with or
   /// without animation). Otherwise the same as setSlideSize().
   void slideInWithSlideSize(float size, bool animate);
@@ -111,28 +122,38 @@ public:
 
   // Queries.
 
+  /// The State, as a number.
   int state() const { return m_state; }
   /// States 1, 2 and 4.
   bool isSliding() const;
+  ///@{
+  /// Whether the state is the one named.
   bool isSlidingIn() const { return m_state == SlidingIn; }
   bool isSlidingOut() const { return m_state == SlidingOut; }
   bool isSlidedIn() const { return m_state == SlidedIn; }
   bool isSlidedOut() const { return m_state == SlidedOut; }
   bool isResizing() const { return m_state == Resizing; }
+  ///@}
   /// Alignments 1 and 2: sizes are widths.
   bool isHorizontal() const { return m_SlideAlignment == 1 || m_SlideAlignment == 2; }
+  /// The panel's side of the main view: 1 left, 2 right, 3 above, 4 below,
+  /// 0 not known yet.
   int slideAlignment() const { return m_SlideAlignment; }
   /// The size the slide view has when shown.
   float slidedInSize() const { return m_slidedInSize; }
+  /// The size the slide view has when hidden.
   float slidedOutSize() const { return m_slidedOutSize; }
   /// The slide view's current width (alignments 1, 2) or height; 0 without
   /// a slide view.
   float currentSlideSize() const;
   /// The same for the main view.
   float currentMainViewSize() const;
+  ///@{
+  /// The limits of user resizing (see setMinSlideSize()).
   float minSlideFrameSizeValue() const { return m_minSlideSize; }
   float maxSlideFrameSizeValue() const { return m_maxSlideSize; }
   float minMainFrameSizeValue() const { return m_minMainViewSize; }
+  ///@}
   /// The slide view is at or below its minimum size.
   bool minSplitSizeReached() const;
   /// The main view is at or below its minimum size, or the slide view at or
@@ -147,42 +168,54 @@ public:
   // Settings. Not-a-number values are ignored; negative sizes and times
   // count as 0.
 
+  ///@{
+  /// How long a slide in and a slide out take, in seconds.
   void setSlideInTimeAmount(double seconds);
   void setSlideOutTimeAmount(double seconds);
   double slideInTimeAmount() const { return m_slideInTimeAmount; }
   double slideOutTimeAmount() const { return m_slideOutTimeAmount; }
+  ///@}
   /// The slide view's size when hidden (0 by default).
   void setSlidedOutSize(float size);
+  ///@{
   /// The limits of user resizing (100, 1000000 and 200 by default). With a
   /// minimum above the maximum, the maximum wins.
   void setMinSlideSize(float size);
   void setMaxSlideSize(float size);
   void setMinMainViewSize(float size);
+  ///@}
   /// The views taken out of the hierarchy when the panel has slided out (not
   /// owned while in the hierarchy). Empty: the slide view itself, if the
   /// slided-out size is below 1.
   void setViewsToHide(const std::vector<QWidget*>& views);
-  /// Whether the slide view itself gets a mask of its own during a slide.
+  ///@{
+  /// Whether the slide view itself gets a mask of its own during a slide,
+  /// and which.
   void setUseCustomSlideViewAutoresizeMask(bool use) { m_useCustomSlideViewAutoresizeMask = use; }
   void setCustomSlideViewAutoresizeMask(vtcore::AutoresizingMask mask) {
     m_customSlideViewAutoresizeMask = mask;
   }
+  ///@}
   /// Whether the slide view's children stick to the shared edge during a
   /// slide (yes by default).
   void setChangeSlideSubviewAutoresizeMasks(bool change) {
     m_changeSlideSubviewAutoresizeMasks = change;
   }
+  ///@{
   /// An object of the application's that the live-resize optimisation may
   /// consult (not owned). The animation itself sets both frames in one step
   /// per frame and lets Qt repaint only what changed, so it is only kept.
   void setOptimizationDelegate(QObject* delegate) { m_optimizationDelegate = delegate; }
   QObject* optimizationDelegate() const { return m_optimizationDelegate.data(); }
+  ///@}
 
   // User resizing.
 
+  ///@{
   /// Brackets of a user's drag of the edge; hooks for subclasses.
   virtual void onBeginUserResize();
   virtual void onEndUserResize();
+  ///@}
   /// Grows the slide view by `change` points (shrinks it when negative),
   /// only when slided in: the new size is held within the minimum and
   /// maximum slide sizes, and the change is cut so that the main view keeps
@@ -200,6 +233,8 @@ public:
   void resizeRemovedViewsWithOldSize(const QSize& oldSize, const QSize& newSize);
 
 protected:
+  /// Prepares the views for a slide (masks, views back into the hierarchy);
+  /// answers whether the animation may start.
   bool onStartAnimation() override;
   /// The frame step: moves the shared edge so that the slide view has the
   /// size that `T` stands for. Answers whether the edge moved.
@@ -207,10 +242,14 @@ protected:
   /// The default curve while sliding in or resizing, its mirror 1 - T while
   /// sliding out, so that T is always the shown fraction of the panel.
   float calculateT(float t) override;
+  /// Puts the views in their final place and state once the animation ends.
   void onStopAnimation() override;
 
+  ///@{
+  /// Switch the views' resizing masks to the ones a slide needs, and back.
   void saveAndChangeResizeBehavior();
   void restoreResizeBehavior();
+  ///@}
 
 private:
   struct RemovedView {

@@ -48,6 +48,7 @@ public:
   virtual void vtAnimationOnStopAnimation(VTAnimation* animation);
 };
 
+/// A time-driven animation with an eased parameter; see the top of this file.
 class VTCORE_UI_EXPORT VTAnimation : public QObject {
   Q_OBJECT
 public:
@@ -61,19 +62,26 @@ public:
   VTAnimation(const VTAnimation&) = delete;
   VTAnimation& operator=(const VTAnimation&) = delete;
 
+  ///@{
   /// The delegate, or null when none is set or it has been destroyed.
   VTAnimationDelegate* delegate() const { return m_delegate.get(); }
   void setDelegate(VTAnimationDelegate* delegate) { m_delegate = delegate; }
+  ///@}
 
+  ///@{
   /// The animation started and stepped together with this one (not owned;
   /// null once destroyed). Setting a slave does not mark it as a slave: call
   /// setIsSlave() on it too. An animation cannot be its own slave (ignored).
   VTAnimation* slave() const { return m_slave.data(); }
   void setSlave(VTAnimation* slave);
+  ///@}
+  ///@{
   /// A slave starts no timer of its own: its master's idle steps drive it.
   void setIsSlave(bool isSlave) { m_isSlave = isSlave; }
   bool isSlave() const { return m_isSlave; }
+  ///@}
 
+  /// Whether a run is going on.
   bool isAnimating() const { return m_isAnimating; }
   /// The frames counted by the last run that ended (idle steps that applied
   /// a T, plus the stop frame if it drew).

@@ -41,36 +41,11 @@ bool isHookCode(std::uintptr_t address);
 
 } // namespace vtcore::detail
 
-// The memory reserve's malloc and free hooks under hidden names, so that
-// the zone can recognise them in its table.
-extern "C" {
-struct KWMallocZone;
-void* vtcoreReserveMallocHook(KWMallocZone* zone, std::size_t size) noexcept
-    __attribute__((visibility("hidden")));
-void vtcoreReserveFreeHook(KWMallocZone* zone, void* block) noexcept
-    __attribute__((visibility("hidden")));
-
-/// Whether the reserve's malloc and free hooks, as installed now, would do no
-/// more than call the C library: monitoring is off and the entries they saved
-/// are the zone's own. The malloc family then calls glibc itself and hands
-/// only failed allocations to vtcoreReserveMallocFailed.
-bool vtcoreReservePassesThrough() noexcept __attribute__((visibility("hidden")));
-
-/// The malloc hook's handling of a failed allocation: the release step, then
-/// the one retry through the saved entry.
-void* vtcoreReserveMallocFailed(std::size_t size) noexcept __attribute__((visibility("hidden")));
-}
-
-namespace vtcore::detail {
-/// Recomputes how the malloc family dispatches, after a change of state that
-/// vtcoreReservePassesThrough reads. Never allocates.
-void refreshMallocDispatch() noexcept __attribute__((visibility("hidden")));
-} // namespace vtcore::detail
-
 // The default zone's own entries (calling the C library), under hidden names
 // so that hooks can recognise a saved entry that is just the C library and
 // call it directly.
 extern "C" {
+struct KWMallocZone;
 void* vtcoreSystemMalloc(KWMallocZone* zone, std::size_t size) noexcept
     __attribute__((visibility("hidden")));
 void vtcoreSystemFree(KWMallocZone* zone, void* block) noexcept
