@@ -75,9 +75,13 @@ class VTCORE_UI_EXPORT DfNumberEditorControl : public KwCellGroupControl {
   Q_OBJECT
   // What a form (Qt Designer, uic, QUiLoader) sets. The cell count comes
   // first: setting it replaces the separators, whose strings follow it.
+  /// The number of editor cells (setEditorCellCount()).
   Q_PROPERTY(int editorCellCount READ editorCellCount WRITE setEditorCellCount)
+  /// The separator cells' strings, in order (setSeparatorStrings()).
   Q_PROPERTY(QStringList separatorStrings READ separatorStrings WRITE setSeparatorStrings)
+  /// Whether the action is sent at every change or once at mouse-up.
   Q_PROPERTY(bool sendsActionContinuous READ sendsActionContinuous WRITE setSendsActionContinuous)
+  /// The value (setValue()).
   Q_PROPERTY(qlonglong value READ value WRITE setValue)
 public:
   /// Makes the cells of new controls (or of one control): editor and

@@ -41,9 +41,13 @@ struct KeyRange {
 class VTCORE_UI_EXPORT DfOctavePickerView : public QWidget {
   Q_OBJECT
   // What a form (Qt Designer, uic, QUiLoader) sets.
+  /// The first key of the marker, in white keys (keyRangeLocation()).
   Q_PROPERTY(int keyRangeLocation READ keyRangeLocation WRITE setKeyRangeLocation)
+  /// The marker's width, in white keys (keyRangeLength()).
   Q_PROPERTY(int keyRangeLength READ keyRangeLength WRITE setKeyRangeLength)
+  /// The step of a click outside the marker, in white keys.
   Q_PROPERTY(int clickRaster READ clickRaster WRITE setClickRaster)
+  /// The step of a drag, in white keys.
   Q_PROPERTY(int dragRaster READ dragRaster WRITE setDragRaster)
 public:
   /// Where the keyboard picture starts, in points from the view's left edge.

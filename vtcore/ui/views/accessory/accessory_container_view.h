@@ -59,12 +59,19 @@ class VTCORE_UI_EXPORT VTAccessoryContainerView : public QWidget,
   // so each property is named after its setter. The alignment is read
   // from the two views' frames (see VTAccesoryViewAnimation): 0 until both
   // views are set.
+  /// The panel's side, read from the views' frames (slideAlignment()).
   Q_PROPERTY(int slideAlignment READ slideAlignment)
+  /// The smallest size the user can drag the panel to.
   Q_PROPERTY(double minSlideSize READ minSlideFrameSizeValue WRITE setMinSlideSize)
+  /// The largest size the user can drag the panel to.
   Q_PROPERTY(double maxSlideSize READ maxSlideFrameSizeValue WRITE setMaxSlideSize)
+  /// The smallest size the main view keeps while the user drags.
   Q_PROPERTY(double minMainViewSize READ minMainFrameSizeValue WRITE setMinMainViewSize)
+  /// The panel's size when slided out.
   Q_PROPERTY(double slidedOutSize READ slidedOutSize WRITE setSlidedOutSize)
+  /// How long sliding in takes, in seconds.
   Q_PROPERTY(double slideInTimeAmount READ slideInTimeAmount WRITE setSlideInTimeAmount)
+  /// How long sliding out takes, in seconds.
   Q_PROPERTY(double slideOutTimeAmount READ slideOutTimeAmount WRITE setSlideOutTimeAmount)
 public:
   /// An empty container, with its animation (rooted at the container).
@@ -199,6 +206,7 @@ public:
 protected:
   /// Lays out the children by their masks (resizeSubviewsWithOldSize()).
   void resizeEvent(QResizeEvent* event) override;
+  /// Takes the views from the children when Qt polishes the container.
   bool event(QEvent* event) override;
 
 private:
