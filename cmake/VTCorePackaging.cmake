@@ -43,7 +43,7 @@ endif()
 #   dev         libvtcore-dev     core headers, libvtcore.so, CMake package,
 #                                 vtcore.pc, the API reference
 #   ui-dev      libvtcore-ui-dev  UI headers, libvtcore-ui.so, VTCoreUiTargets,
-#                                 vtcore-ui.pc
+#                                 vtcore-ui.pc, the Qt Designer plugin
 #   tools       vtcore-tools      vtcore, vtcore-gallery (and what else tools/
 #                                 installs: completion, manual pages)
 # The runtime and tools packages get -dbgsym companions (.ddeb) holding the

@@ -33,3 +33,16 @@ moc=$(pc --variable=libexecdir Qt6Core)/moc
 g++ -std=c++20 -fPIC -I"$work" -o "$work/ui-consumer-pc" "$here/main.cpp" \
   $(pc --cflags --libs vtcore-ui) "${rpath[@]}"
 "$work/ui-consumer-pc" -platform offscreen
+
+# The Designer plugin comes with the UI library's development files and,
+# moved with the prefix, still finds vtcore-ui without a search path.
+echo "check-package: Qt Designer plugin"
+plugin=$(find "$prefix" -path '*/plugins/designer/libvtcore-designer.so' | head -n 1)
+if [ -z "$plugin" ]; then
+  echo "check-package: the Qt Designer plugin is not installed" >&2
+  exit 1
+fi
+if env -u LD_LIBRARY_PATH ldd "$plugin" | grep 'vtcore' | grep -q 'not found'; then
+  echo "check-package: the moved Qt Designer plugin does not find vtcore-ui" >&2
+  exit 1
+fi

@@ -6,7 +6,7 @@
 //   static vtcore::gallery::Sample timer{10, "KwTimer", "A restartable timer...", makeTimer};
 //
 // Samples are shown in ascending order (common 10-19, controls 20-29,
-// views 30-39); each is a widget made on demand, shown with its title and
+// views 30-39, forms 40-49); each is a widget made on demand, shown with its title and
 // explanation beside it.
 #pragma once
 

@@ -420,6 +420,19 @@ QString DfNumberEditorControl::stringOfSeparatorCellAtIndex(int index) const {
   return cell ? cell->stringValue() : QString();
 }
 
+QStringList DfNumberEditorControl::separatorStrings() const {
+  QStringList strings;
+  for (int i = 0; i < separatorCellCount(); ++i)
+    strings.append(stringOfSeparatorCellAtIndex(i));
+  return strings;
+}
+
+void DfNumberEditorControl::setSeparatorStrings(const QStringList& strings) {
+  const int count = std::min(separatorCellCount(), static_cast<int>(strings.size()));
+  for (int i = 0; i < count; ++i)
+    setString(strings[i], i);
+}
+
 void DfNumberEditorControl::setWidth(qreal width, int ofSeparatorCellAtIndex) {
   if (ofSeparatorCellAtIndex < 0 || ofSeparatorCellAtIndex >= separatorCellCount())
     return;

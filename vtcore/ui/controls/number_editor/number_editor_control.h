@@ -22,6 +22,7 @@
 #include <vtcore/ui/controls/number_editor/cell_group_control.h>
 
 #include <QCborMap>
+#include <QStringList>
 
 #include <cstdint>
 #include <functional>
@@ -80,6 +81,16 @@ public:
 /// thread only.
 class VTCORE_UI_EXPORT DfNumberEditorControl : public KwCellGroupControl {
   Q_OBJECT
+  // What a form (Qt Designer, uic, QUiLoader) sets. The cell count comes
+  // first: setting it replaces the separators, whose strings follow it.
+  /// The number of editor cells (setEditorCellCount()).
+  Q_PROPERTY(int editorCellCount READ editorCellCount WRITE setEditorCellCount)
+  /// The separator cells' strings, in order (setSeparatorStrings()).
+  Q_PROPERTY(QStringList separatorStrings READ separatorStrings WRITE setSeparatorStrings)
+  /// Whether the action is sent at every change or once at mouse-up.
+  Q_PROPERTY(bool sendsActionContinuous READ sendsActionContinuous WRITE setSendsActionContinuous)
+  /// The value (setValue()).
+  Q_PROPERTY(qlonglong value READ value WRITE setValue)
 public:
   /// Makes the cells of new controls (or of one control): editor and
   /// separator cells alike. A factory that is empty or returns null makes
@@ -219,6 +230,12 @@ public:
   void setString(const QString& text, int ofSeparatorCellAtIndex);
   QString stringOfSeparatorCellAtIndex(int index) const;
   ///@}
+  /// The strings of all separator cells, in order.
+  QStringList separatorStrings() const;
+  /// Sets the separator cells' strings in order, as setString does one by
+  /// one: strings past the last separator are ignored, and separators past
+  /// the last string keep theirs.
+  void setSeparatorStrings(const QStringList& strings);
   ///@{
   /// The separator's width when custom separator widths are used. A negative
   /// or not finite width counts as 0; a number out of range does nothing.

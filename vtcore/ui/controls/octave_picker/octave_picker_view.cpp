@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -43,6 +44,9 @@ DfOctavePickerView::DfOctavePickerView(const QRect& frame, bool isLarge, QWidget
   setFocusPolicy(Qt::NoFocus);
   initWithFrame(frame, isLarge);
 }
+
+DfOctavePickerView::DfOctavePickerView(QWidget* parent)
+    : DfOctavePickerView(QRect(), true, parent) {}
 
 DfOctavePickerView::~DfOctavePickerView() = default;
 
@@ -101,6 +105,34 @@ void DfOctavePickerView::setKeyRange(vtcore::KeyRange range) {
   markDirty(rangeRect());
   m_keyRange = range;
   markDirty(rangeRect());
+}
+
+namespace {
+
+int clampedToInt(std::size_t value) {
+  return static_cast<int>(std::min<std::size_t>(value, std::numeric_limits<int>::max()));
+}
+
+std::size_t clampedToSize(int value) {
+  return static_cast<std::size_t>(std::max(value, 0));
+}
+
+} // namespace
+
+int DfOctavePickerView::keyRangeLocation() const {
+  return clampedToInt(m_keyRange.location);
+}
+
+void DfOctavePickerView::setKeyRangeLocation(int location) {
+  setKeyRange({clampedToSize(location), m_keyRange.length});
+}
+
+int DfOctavePickerView::keyRangeLength() const {
+  return clampedToInt(m_keyRange.length);
+}
+
+void DfOctavePickerView::setKeyRangeLength(int length) {
+  setKeyRange({m_keyRange.location, clampedToSize(length)});
 }
 
 void DfOctavePickerView::setKeyRangeForMouseEvent(const QMouseEvent* event, int raster) {
@@ -207,3 +239,8 @@ void DfOctavePickerView::paintEvent(QPaintEvent*) {
       pointSize(m_bgImage).height() - kKeysBottom - pointSize(m_glyphKeysImage).height();
   painter.drawImage(QPointF(kKeysLeft, keysTop), m_glyphKeysImage);
 }
+
+DfOctavePickerViewShort::DfOctavePickerViewShort(QWidget* parent)
+    : DfOctavePickerView(QRect(), false, parent) {}
+
+DfOctavePickerViewShort::~DfOctavePickerViewShort() = default;

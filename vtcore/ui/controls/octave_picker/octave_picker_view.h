@@ -40,6 +40,15 @@ struct KeyRange {
 /// file.
 class VTCORE_UI_EXPORT DfOctavePickerView : public QWidget {
   Q_OBJECT
+  // What a form (Qt Designer, uic, QUiLoader) sets.
+  /// The first key of the marker, in white keys (keyRangeLocation()).
+  Q_PROPERTY(int keyRangeLocation READ keyRangeLocation WRITE setKeyRangeLocation)
+  /// The marker's width, in white keys (keyRangeLength()).
+  Q_PROPERTY(int keyRangeLength READ keyRangeLength WRITE setKeyRangeLength)
+  /// The step of a click outside the marker, in white keys.
+  Q_PROPERTY(int clickRaster READ clickRaster WRITE setClickRaster)
+  /// The step of a drag, in white keys.
+  Q_PROPERTY(int dragRaster READ dragRaster WRITE setDragRaster)
 public:
   /// Where the keyboard picture starts, in points from the view's left edge.
   static constexpr float kKeysLeft = 6.0f;
@@ -55,6 +64,9 @@ public:
   /// Makes the picker as initWithFrame does; `parent` owns it when given.
   explicit DfOctavePickerView(const QRect& frame = {}, bool isLarge = true,
                               QWidget* parent = nullptr);
+  /// The large picker at the origin, owned by `parent` when given: the
+  /// constructor forms (uic, QUiLoader) call.
+  explicit DfOctavePickerView(QWidget* parent);
   ~DfOctavePickerView() override;
 
   /// Loads the images of the chosen variant, puts the view at the frame's
@@ -72,6 +84,16 @@ public:
   /// clipped to the view, or not at all. Repaints the old and the new marker
   /// rectangles, each widened by 1 point. Sends no action.
   void setKeyRange(vtcore::KeyRange range);
+  /// The key range's location, as forms read it: INT_MAX when it is larger.
+  int keyRangeLocation() const;
+  /// Moves the key range to `location` (negative: 0), keeping its length;
+  /// otherwise as setKeyRange().
+  void setKeyRangeLocation(int location);
+  /// The key range's length, as forms read it: INT_MAX when it is larger.
+  int keyRangeLength() const;
+  /// Gives the key range the length `length` (negative: 0), keeping its
+  /// location; otherwise as setKeyRange().
+  void setKeyRangeLength(int length);
 
   ///@{
   /// The object told about moves; not owned, and forgotten when destroyed.
@@ -173,4 +195,14 @@ private:
   int m_clickRaster = 7;
   int m_dragRaster = 1;
   int m_totalNumWhiteKeys = 0;
+};
+
+/// The short picker (74 white keys) as a class of its own, so that a form
+/// names the variant by its class: DfOctavePickerView is the large one.
+class VTCORE_UI_EXPORT DfOctavePickerViewShort : public DfOctavePickerView {
+  Q_OBJECT
+public:
+  /// The short picker at the origin, owned by `parent` when given.
+  explicit DfOctavePickerViewShort(QWidget* parent = nullptr);
+  ~DfOctavePickerViewShort() override;
 };

@@ -1,5 +1,6 @@
 #include <vtcore/ui/views/accessory/accessory_container_view.h>
 
+#include <QEvent>
 #include <QResizeEvent>
 
 void VTAccessoryContainerViewDelegate::accessoryContainerViewWillBeginAnimation(
@@ -92,6 +93,35 @@ void VTAccessoryContainerView::accessorySplitter(VTAccessorySplitter*, float del
 void VTAccessoryContainerView::resizeSubviewsWithOldSize(const QSize& oldSize) {
   m_animation->resizeRemovedViewsWithOldSize(oldSize, size());
   vtcore::resizeSubviewsWithOldSize(this, oldSize);
+}
+
+void VTAccessoryContainerView::adoptViewsFromChildren() {
+  if (m_mainView || m_slideView)
+    return;
+  std::vector<QWidget*> views;
+  for (QObject* child : children()) {
+    QWidget* widget = child->isWidgetType() ? static_cast<QWidget*>(child) : nullptr;
+    if (widget && !widget->isWindow())
+      views.push_back(widget);
+    if (views.size() == 2)
+      break;
+  }
+  if (views.size() < 2)
+    return;
+  // Both are stored before awakeFromNib() runs, so that it runs once.
+  m_mainView = views[0];
+  m_slideView = views[1];
+  awakeFromNib();
+}
+
+bool VTAccessoryContainerView::event(QEvent* event) {
+  const bool handled = QWidget::event(event);
+  // Generated form code and QUiLoader make the children and set their frames
+  // in one go; Qt polishes a new widget only afterwards, when control is
+  // back in the event loop or before it is first shown.
+  if (event->type() == QEvent::Polish)
+    adoptViewsFromChildren();
+  return handled;
 }
 
 void VTAccessoryContainerView::resizeEvent(QResizeEvent* event) {

@@ -10,9 +10,13 @@
 // container moves a panel that is currently out of the hierarchy along too.
 //
 // In code: make the container, place the two views in it, set the masks,
-// then call setMainView() and setSlideView(). In a Qt Designer form: promote
-// a plain QWidget to VTAccessoryContainerView, put the two views in it, and
-// make the same two calls after setupUi().
+// then call setMainView() and setSlideView(). In a Qt Designer form (uic or
+// QUiLoader): put the main view and then the panel into the container; when
+// neither view has been set, the container takes its first two child
+// widgets, in that order, when Qt polishes it (once control is back in the
+// event loop after it was made, before it is first shown, or on
+// ensurePolished()). Children added after that are taken by
+// adoptViewsFromChildren() or the two calls above.
 //
 // A VTAccessorySplitter placed on the edge (usually a child of the panel)
 // lets the user drag it.
@@ -51,6 +55,24 @@ class VTCORE_UI_EXPORT VTAccessoryContainerView : public QWidget,
                                                   public vtcore::AutoresizingView,
                                                   private VTAccesoryViewAnimationDelegate {
   Q_OBJECT
+  // What a form (Qt Designer, uic, QUiLoader) sets; uic calls set<Name>(),
+  // so each property is named after its setter. The alignment is read
+  // from the two views' frames (see VTAccesoryViewAnimation): 0 until both
+  // views are set.
+  /// The panel's side, read from the views' frames (slideAlignment()).
+  Q_PROPERTY(int slideAlignment READ slideAlignment)
+  /// The smallest size the user can drag the panel to.
+  Q_PROPERTY(double minSlideSize READ minSlideFrameSizeValue WRITE setMinSlideSize)
+  /// The largest size the user can drag the panel to.
+  Q_PROPERTY(double maxSlideSize READ maxSlideFrameSizeValue WRITE setMaxSlideSize)
+  /// The smallest size the main view keeps while the user drags.
+  Q_PROPERTY(double minMainViewSize READ minMainFrameSizeValue WRITE setMinMainViewSize)
+  /// The panel's size when slided out.
+  Q_PROPERTY(double slidedOutSize READ slidedOutSize WRITE setSlidedOutSize)
+  /// How long sliding in takes, in seconds.
+  Q_PROPERTY(double slideInTimeAmount READ slideInTimeAmount WRITE setSlideInTimeAmount)
+  /// How long sliding out takes, in seconds.
+  Q_PROPERTY(double slideOutTimeAmount READ slideOutTimeAmount WRITE setSlideOutTimeAmount)
 public:
   /// An empty container, with its animation (rooted at the container).
   explicit VTAccessoryContainerView(QWidget* parent = nullptr);
@@ -119,6 +141,21 @@ public:
   void setMaxSlideSize(float size) { m_animation->setMaxSlideSize(size); }
   void setMinMainViewSize(float size) { m_animation->setMinMainViewSize(size); }
   float minSlideFrameSizeValue() const { return m_animation->minSlideFrameSizeValue(); }
+  /// The largest size the user can drag the panel to.
+  float maxSlideFrameSizeValue() const { return m_animation->maxSlideFrameSizeValue(); }
+  /// The panel's size when slided out (0 unless set).
+  float slidedOutSize() const { return m_animation->slidedOutSize(); }
+  /// The panel's side, read from the views' frames: 1 left, 2 right, 3
+  /// above, 4 below the main view; 0 until both views are set.
+  int slideAlignment() const { return m_animation->slideAlignment(); }
+  /// How long sliding in takes, in seconds; bad values as the animation's.
+  void setSlideInTimeAmount(double seconds) { m_animation->setSlideInTimeAmount(seconds); }
+  /// How long sliding out takes, in seconds; bad values as the animation's.
+  void setSlideOutTimeAmount(double seconds) { m_animation->setSlideOutTimeAmount(seconds); }
+  /// How long sliding in takes, in seconds (0.5 unless set).
+  double slideInTimeAmount() const { return m_animation->slideInTimeAmount(); }
+  /// How long sliding out takes, in seconds (0.6 unless set).
+  double slideOutTimeAmount() const { return m_animation->slideOutTimeAmount(); }
   float minMainFrameSizeValue() const { return m_animation->minMainFrameSizeValue(); }
   void setViewSizesToMinSlideSize() { m_animation->setViewSizesToMinSlideSize(); }
   bool minSplitSizeReached() const { return m_animation->minSplitSizeReached(); }
@@ -160,9 +197,17 @@ public:
   /// the children by their masks.
   void resizeSubviewsWithOldSize(const QSize& oldSize) override;
 
+  /// Takes the first two child widgets as the main view and the slide view,
+  /// as setMainView() and setSlideView() would, when neither view is set
+  /// and there are two; otherwise does nothing. What a loaded form relies
+  /// on; it runs by itself when the container is polished (see above).
+  void adoptViewsFromChildren();
+
 protected:
   /// Lays out the children by their masks (resizeSubviewsWithOldSize()).
   void resizeEvent(QResizeEvent* event) override;
+  /// Takes the views from the children when Qt polishes the container.
+  bool event(QEvent* event) override;
 
 private:
   void accessoryViewAnimationWillBeginAnimation(VTAccesoryViewAnimation* animation) override;
