@@ -163,6 +163,8 @@ loader and a Qt alert dialog for the core's assertions.
 This package contains the shared library libvtcore-ui.so.0.")
 
   set(CPACK_DEBIAN_UI-DEV_PACKAGE_SECTION libdevel)
+  # It carries the Qt Designer plugin, a binary like any other.
+  set(CPACK_DEBIAN_UI-DEV_DEBUGINFO_PACKAGE ON)
   set(CPACK_COMPONENT_UI-DEV_DEPENDS ui-runtime dev)
   set(CPACK_DEBIAN_UI-DEV_PACKAGE_DEPENDS "qt6-base-dev")
   set(CPACK_DEBIAN_UI-DEV_DESCRIPTION "Qt 6 Widgets controls and views of VTCore (development files)
@@ -170,7 +172,8 @@ VTCore is the support library of a family of music-production desktop
 applications.
 .
 This package contains the headers of its Qt 6 Widgets library, the CMake
-target VTCore::ui and the pkg-config file vtcore-ui.pc.")
+target VTCore::ui, the pkg-config file vtcore-ui.pc and the Qt Designer
+plugin that places the library's widgets in forms.")
 endif()
 
 set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debian/finish-packages.cmake)
