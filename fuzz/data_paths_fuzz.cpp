@@ -38,7 +38,9 @@ std::vector<unsigned char> runKind(int kind, const std::uint8_t* input, std::siz
     const std::size_t count = size / width;
     std::unique_ptr<unsigned char[]> src(new unsigned char[count * width]);
     std::memcpy(src.get(), input, count * width);
-    std::unique_ptr<float[]> dst(new float[count]);
+    // Zeroed: a format a direction lacks (little-endian doubles) writes
+    // nothing, and every path must then leave the same bytes.
+    std::unique_ptr<float[]> dst(new float[count]());
     GetConvertNToFloat(format, little)(dst.get(), src.get(), count, nullptr);
     const auto* bytes = reinterpret_cast<const unsigned char*>(dst.get());
     return std::vector<unsigned char>(bytes, bytes + count * 4);
@@ -46,7 +48,7 @@ std::vector<unsigned char> runKind(int kind, const std::uint8_t* input, std::siz
   const std::size_t count = size / 4;
   std::unique_ptr<float[]> src(new float[count]);
   std::memcpy(src.get(), input, count * 4);
-  std::unique_ptr<unsigned char[]> dst(new unsigned char[count * width]);
+  std::unique_ptr<unsigned char[]> dst(new unsigned char[count * width]());
   GetConvertFloatToN(format, little)(dst.get(), src.get(), count, nullptr);
   return std::vector<unsigned char>(dst.get(), dst.get() + count * width);
 }
